@@ -1,0 +1,24 @@
+# VELCAM_SANITIZE: empty, "address" (with undefined and leak) or "thread". Applies to everything that is built.
+set(VELCAM_SANITIZE "" CACHE STRING "Sanitizers: empty, address or thread")
+set_property(CACHE VELCAM_SANITIZE PROPERTY STRINGS "" address thread)
+
+set(VELCAM_SANITIZER_RUNTIME "")
+if(VELCAM_SANITIZE STREQUAL "address")
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=address,undefined)
+    add_compile_definitions(_GLIBCXX_ASSERTIONS)
+    set(velcam_runtime libasan.so)
+elseif(VELCAM_SANITIZE STREQUAL "thread")
+    add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=thread)
+    set(velcam_runtime libtsan.so)
+elseif(VELCAM_SANITIZE)
+    message(FATAL_ERROR "VELCAM_SANITIZE is '${VELCAM_SANITIZE}'; it takes nothing, address or thread")
+endif()
+
+# The virtual board is preloaded, and a sanitizer's runtime has to be loaded before it: the launcher must know the file.
+if(VELCAM_SANITIZE)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${velcam_runtime}
+                    OUTPUT_VARIABLE velcam_runtime_path OUTPUT_STRIP_TRAILING_WHITESPACE)
+    file(REAL_PATH "${velcam_runtime_path}" VELCAM_SANITIZER_RUNTIME)
+endif()
