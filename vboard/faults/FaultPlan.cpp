@@ -1,0 +1,200 @@
+#include "faults/FaultPlan.h"
+
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+namespace board {
+namespace {
+
+struct NamedError {
+    const char* name;
+    FaultKind kind;
+    int error;
+};
+
+#define ERRNO(name)                      \
+    NamedError                           \
+    {                                    \
+#name, FaultKind::kError, (name) \
+    }
+
+constexpr std::array kErrors{
+    NamedError{"short", FaultKind::kShort, 0},
+    NamedError{"hang", FaultKind::kHang, 0},
+    ERRNO(EPERM),
+    ERRNO(ENOENT),
+    ERRNO(EINTR),
+    ERRNO(EIO),
+    ERRNO(ENXIO),
+    ERRNO(EBADF),
+    ERRNO(EAGAIN),
+    ERRNO(ENOMEM),
+    ERRNO(EACCES),
+    ERRNO(EFAULT),
+    ERRNO(EBUSY),
+    ERRNO(EEXIST),
+    ERRNO(ENODEV),
+    ERRNO(ENOTDIR),
+    ERRNO(EISDIR),
+    ERRNO(EINVAL),
+    ERRNO(ENFILE),
+    ERRNO(EMFILE),
+    ERRNO(ENOTTY),
+    ERRNO(EFBIG),
+    ERRNO(ENOSPC),
+    ERRNO(EROFS),
+    ERRNO(EPIPE),
+    ERRNO(ERANGE),
+    ERRNO(EPROTO),
+    ERRNO(ETIME),
+    ERRNO(ETIMEDOUT),
+    ERRNO(EMSGSIZE),
+    ERRNO(ENOBUFS),
+    ERRNO(EDQUOT),
+    ERRNO(ESTALE),
+    ERRNO(ENAMETOOLONG),
+    ERRNO(ENOSYS),
+    ERRNO(EOVERFLOW),
+    ERRNO(ENOLINK),
+    ERRNO(ENODATA),
+    // The codec library's own result codes.
+    NamedError{"RETCODE_FAILURE", FaultKind::kError, -1},
+    NamedError{"RETCODE_INVALID_HANDLE", FaultKind::kError, -2},
+    NamedError{"RETCODE_INVALID_PARAM", FaultKind::kError, -3},
+    NamedError{"RETCODE_INVALID_COMMAND", FaultKind::kError, -4},
+    NamedError{"RETCODE_FRAME_NOT_COMPLETE", FaultKind::kError, -6},
+    NamedError{"RETCODE_INVALID_FRAME_BUFFER", FaultKind::kError, -7},
+    NamedError{"RETCODE_INSUFFICIENT_FRAME_BUFFERS", FaultKind::kError, -8},
+    NamedError{"RETCODE_INVALID_STRIDE", FaultKind::kError, -9},
+    NamedError{"RETCODE_WRONG_CALL_SEQUENCE", FaultKind::kError, -10},
+    NamedError{"RETCODE_NOT_INITIALIZED", FaultKind::kError, -13},
+    NamedError{"RETCODE_FAILURE_TIMEOUT", FaultKind::kError, -17},
+    NamedError{"RETCODE_MEMORY_ACCESS_VIOLATION", FaultKind::kError, -18},
+};
+#undef ERRNO
+
+template <typename Number>
+bool parseNumber(const std::string& text, Number& value)
+{
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, value);
+    return !text.empty() && result.ec == std::errc() && result.ptr == end;
+}
+
+bool parseError(const std::string& text, Fault& fault)
+{
+    for (const NamedError& known : kErrors) {
+        if (text == known.name) {
+            fault.kind = static_cast<uint32_t>(known.kind);
+            fault.error = known.error;
+            return true;
+        }
+    }
+    fault.kind = static_cast<uint32_t>(FaultKind::kError);
+    return parseNumber(text, fault.error);
+}
+
+constexpr uint64_t kForEver = UINT64_MAX;
+
+bool parseOccurrence(std::string text, Fault& fault)
+{
+    if (text == "*") {
+        fault.from = 1;
+        fault.to = kForEver;
+        return true;
+    }
+    const bool onwards = !text.empty() && text.back() == '+';
+    if (onwards) {
+        text.pop_back();
+    }
+    if (!parseNumber(text, fault.from) || fault.from == 0) {
+        return false;
+    }
+    fault.to = onwards ? kForEver : fault.from;
+    return true;
+}
+
+template <size_t Size>
+bool store(char (&target)[Size], const std::string& text)
+{
+    if (text.empty() || text.size() >= Size) {
+        return false;
+    }
+    std::memcpy(target, text.c_str(), text.size() + 1);
+    return true;
+}
+
+}  // namespace
+
+std::optional<FaultAction> FaultPlan::check(const char* call, const char* target) const
+{
+    std::optional<FaultAction> decision;
+    for (uint32_t i = 0; i < state_.faultCount; ++i) {
+        Fault& rule = state_.faults[i];
+        if (std::strcmp(rule.call, call) != 0 || ::fnmatch(rule.target, target, 0) != 0) {
+            continue;
+        }
+        const uint64_t occurrence = ++rule.seen;
+        if (!decision && occurrence >= rule.from && occurrence <= rule.to) {
+            ++rule.fired;
+            decision = FaultAction{static_cast<FaultKind>(rule.kind), rule.error};
+        }
+    }
+    return decision;
+}
+
+bool FaultPlan::names(const char* call) const
+{
+    for (uint32_t i = 0; i < state_.faultCount; ++i) {
+        if (std::strcmp(state_.faults[i].call, call) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string FaultPlan::textOf(const Fault& fault)
+{
+    const bool always = fault.from == 1 && fault.to == kForEver;
+    const std::string number = std::to_string(fault.from) + (fault.to == kForEver ? "+" : "");
+    const auto* known = std::find_if(kErrors.begin(), kErrors.end(), [&](const NamedError& entry) {
+        return static_cast<uint32_t>(entry.kind) == fault.kind && entry.error == fault.error;
+    });
+    return std::string(fault.call) + "@" + fault.target + "#" + (always ? "*" : number) + "=" +
+           (known == kErrors.end() ? std::to_string(fault.error) : known->name);
+}
+
+std::string FaultPlan::add(const std::string& rule) const
+{
+    const size_t at = rule.find('@');
+    const size_t error = rule.rfind('=');
+    const size_t occurrence = rule.rfind('#', error);
+    if (at == std::string::npos || error == std::string::npos || occurrence == std::string::npos ||
+        occurrence < at) {
+        return "a fault reads CALL@TARGET#N=ERROR, not '" + rule + "'";
+    }
+    if (state_.faultCount == state_.faults.size()) {
+        return "too many faults, at most " + std::to_string(state_.faults.size());
+    }
+    Fault& fault = state_.faults[state_.faultCount];
+    if (!store(fault.call, rule.substr(0, at)) ||
+        !store(fault.target, rule.substr(at + 1, occurrence - at - 1))) {
+        return "the call or the target of fault '" + rule + "' is empty or too long";
+    }
+    if (!parseOccurrence(rule.substr(occurrence + 1, error - occurrence - 1), fault)) {
+        return "the occurrence of fault '" + rule + "' is neither N, N+ nor *";
+    }
+    if (!parseError(rule.substr(error + 1), fault)) {
+        return "the error of fault '" + rule +
+               "' is not known: an errno name or number, RETCODE_..., short or hang";
+    }
+    ++state_.faultCount;
+    return {};
+}
+
+}  // namespace board
