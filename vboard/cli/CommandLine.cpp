@@ -1,0 +1,231 @@
+#include "cli/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <optional>
+
+#include "cli/FaultRules.h"
+
+namespace cli {
+namespace {
+
+constexpr std::array kPresets{"ultrafast", "superfast", "veryfast", "faster",  "fast",
+                              "medium",    "slow",      "slower",   "veryslow"};
+constexpr double kMilli = 1000;
+constexpr double kFastest = 1000;  // frames a second
+
+std::optional<CameraSource> parseSource(const std::string& text)
+{
+    struct Form {
+        const char* prefix;
+        CameraSource::Kind kind;
+    };
+    constexpr std::array kForms{Form{"file:", CameraSource::Kind::kFile},
+                                Form{"v4l2:", CameraSource::Kind::kV4l2}};
+    if (text == "pattern") {
+        return CameraSource{CameraSource::Kind::kPattern, {}};
+    }
+    if (text == "none") {
+        return CameraSource{CameraSource::Kind::kNone, {}};
+    }
+    for (const Form& form : kForms) {
+        const std::string prefix = form.prefix;
+        if (text.compare(0, prefix.size(), prefix) == 0 && text.size() > prefix.size()) {
+            return CameraSource{form.kind, text.substr(prefix.size())};
+        }
+    }
+    return std::nullopt;
+}
+
+/// Takes "N=SOURCE"; what is wrong with it, empty when it was taken.
+std::string takeCamera(const std::string& text, BoardOptions& board)
+{
+    const size_t equals = text.find('=');
+    const std::string number = text.substr(0, equals);
+    const bool known = number.size() == 1 && number[0] >= '1' && number[0] <= '4';
+    const auto source = equals == std::string::npos ? std::nullopt : parseSource(text.substr(equals + 1));
+    if (!known || !source) {
+        return "--camera takes N=SOURCE with N from 1 to 4 and pattern, file:PATH, v4l2:/dev/videoX or none, "
+               "not '" +
+               text + "'";
+    }
+    board.cameras[static_cast<size_t>(number[0] - '1')] = *source;
+    board.camerasGiven = true;
+    return {};
+}
+
+std::string takeFrameRate(const std::string& text, BoardOptions& board)
+{
+    if (text == "max") {
+        board.frameRateMilli = 0;
+        return {};
+    }
+    double rate = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), rate);
+    const bool whole = result.ec == std::errc() && result.ptr == text.data() + text.size();
+    if (!whole || !(rate * kMilli >= 1) || rate > kFastest) {
+        return "--fps takes a number of frames a second up to 1000, or max, not '" + text + "'";
+    }
+    board.frameRateMilli = static_cast<uint32_t>(std::lround(rate * kMilli));
+    return {};
+}
+
+/// What the options say as text, before it is understood.
+struct Texts {
+    std::string cpu = "quad";
+    std::vector<std::string> cameras;
+    std::string frameRate = "30";
+    bool notMounted = false;
+};
+
+/// What is wrong with a request to run, empty when all is well.
+std::string understand(const Texts& texts, RunRequest& request)
+{
+    BoardOptions& board = request.board;
+    board.cpu = texts.cpu == "quad" ? board::Cpu::kQuad : board::Cpu::kDualLite;
+    board.mounted = !texts.notMounted;
+    for (const std::string& camera : texts.cameras) {
+        std::string wrong = takeCamera(camera, board);
+        if (!wrong.empty()) {
+            return wrong;
+        }
+    }
+    for (const std::string& fault : board.faults) {
+        std::string wrong = checkFaultRule(fault);
+        if (!wrong.empty()) {
+            return wrong;
+        }
+    }
+    return takeFrameRate(texts.frameRate, board);
+}
+
+/// The program and its arguments are what follows the options, or the "--" that may end these. `afterDashes`
+/// is what stands behind the first "--", with it. A later one is the program's own.
+std::string takeProgram(const CLI::App& app, const Command& afterDashes, Command& program)
+{
+    program = app.remaining();
+    const auto first = afterDashes.begin() + (program.empty() && !afterDashes.empty() ? 1 : 0);
+    program.insert(program.end(), first, afterDashes.end());
+    if (program.empty()) {
+        return "name the program to run: vboard " + app.get_name() + " [options] -- PROGRAM [ARG...]";
+    }
+    return app.remaining_size() != 0 && program.front()[0] == '-'
+               ? "'" + program.front() + "' is no option of vboard " + app.get_name() + "; see 'vboard " +
+                     app.get_name() + " --help'"
+               : std::string();
+}
+
+/// The launcher's grammar with the places its values go to.
+struct Grammar {
+    Grammar();
+    Grammar(const Grammar&) = delete;
+    Grammar& operator=(const Grammar&) = delete;
+    ~Grammar() = default;
+
+    void describeRun();
+    Request request(const Command& afterDashes);
+
+    CLI::App app{"Virtual board: runs a program for the panel computer on this machine.", "vboard"};
+    CLI::App& run;
+    CLI::App& attach;
+    CLI::App& snapshot;
+    Texts texts;
+    RunRequest toRun;
+    AttachRequest toAttach;
+    SnapshotRequest toSnapshot;
+};
+
+Grammar::Grammar()
+    : run(*app.add_subcommand("run", "Bring a board up, run PROGRAM on it, and end with its exit status")),
+      attach(*app.add_subcommand("attach", "Run another PROGRAM on a board that is up")),
+      snapshot(*app.add_subcommand("snapshot", "Write what the panel of a board that is up shows, as PNG"))
+{
+    app.set_version_flag("--version", std::string("vboard ") + VELCAM_VERSION);
+    app.require_subcommand(1);
+    describeRun();
+    attach.prefix_command();
+    attach.footer("vboard attach --board DIR -- PROGRAM [ARG...]");
+    attach.add_option("--board", toAttach.folder, "The board's folder")->required();
+    snapshot.add_option("--board", toSnapshot.folder, "The board's folder")->required();
+    snapshot.add_option("FILE", toSnapshot.picture, "The picture to write")->required();
+}
+
+void Grammar::describeRun()
+{
+    BoardOptions& board = toRun.board;
+    run.prefix_command();
+    run.footer("vboard run [options] [--] PROGRAM [ARG...]");
+    run.add_option("--board", board.folder, "The board's folder, made when missing")->capture_default_str();
+    run.add_option("--cpu", texts.cpu, "Processor: quad or dual-lite")
+        ->check(CLI::IsMember({"quad", "dual-lite"}))
+        ->capture_default_str();
+    run.add_option("--camera", texts.cameras,
+                   "N=SOURCE: camera 1 to 4 shows pattern, file:PATH, v4l2:/dev/videoX or none (no signal)")
+        ->allow_extra_args(false);
+    run.add_option("--fps", texts.frameRate, "Frames a second of the cameras, or max for no pacing")
+        ->capture_default_str();
+    run.add_option("--frames", board.frameLimit, "SIGINT to the program after so many frames of camera 1")
+        ->check(CLI::PositiveNumber);
+    run.add_option("--fault", board.faults,
+                   "CALL@TARGET#N=ERROR: the Nth matching call fails (N+: from the Nth on, *: always)")
+        ->allow_extra_args(false);
+    run.add_option("--codec-preset", board.codecPreset, "Speed preset of the encoder")
+        ->check(CLI::IsMember(std::vector<std::string>(kPresets.begin(), kPresets.end())))
+        ->capture_default_str();
+    run.add_option("--codec-threads", board.codecThreads, "Threads of the encoder")
+        ->check(CLI::Range(1, 64))
+        ->capture_default_str();
+    run.add_flag("--no-mount", texts.notMounted, "The recording directory is not mounted");
+    run.add_option("--report", toRun.report, "Write a report of the run as JSON");
+}
+
+Request Grammar::request(const Command& afterDashes)
+{
+    std::string wrong;
+    Request result = Finished{0};
+    if (run.parsed()) {
+        wrong = understand(texts, toRun);
+        wrong = wrong.empty() ? takeProgram(run, afterDashes, toRun.program) : wrong;
+        result = toRun;
+    } else if (attach.parsed()) {
+        wrong = takeProgram(attach, afterDashes, toAttach.program);
+        result = toAttach;
+    } else {
+        result = toSnapshot;
+    }
+    return wrong.empty() ? result : Finished{complain(wrong)};
+}
+
+}  // namespace
+
+Request parseCommandLine(int argc, char** argv)
+{
+    Command options(argv + 1, argv + argc);
+    const auto dashes = std::find(options.begin(), options.end(), "--");
+    const Command afterDashes(dashes, options.end());
+    options.erase(dashes, options.end());
+    std::reverse(options.begin(), options.end());  // the parser takes its arguments from the end
+
+    Grammar grammar;
+    try {
+        grammar.app.parse(options);
+    } catch (const CLI::Success& answered) {  // --help, --version
+        return Finished{grammar.app.exit(answered)};
+    } catch (const CLI::ParseError& error) {
+        return Finished{complain(std::string(error.what()) + "; see 'vboard --help'")};
+    }
+    return grammar.request(afterDashes);
+}
+
+int complain(const std::string& text)
+{
+    std::string line = text;
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    std::fprintf(stderr, "vboard: %s\n", line.c_str());
+    return kBadUsage;
+}
+
+}  // namespace cli

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "board/State.h"
+
+namespace cli {
+
+using Command = std::vector<std::string>;
+
+/// What a camera of the board shows.
+struct CameraSource {
+    enum class Kind { kPattern, kFile, kV4l2, kNone };
+    Kind kind = Kind::kPattern;
+    std::string path;  ///< of a file or a V4L2 device
+};
+
+constexpr uint32_t kUsualFrameRateMilli = 30000;
+
+/// A board as `vboard run` is asked to make it.
+struct BoardOptions {
+    std::string folder = "./board";
+    board::Cpu cpu = board::Cpu::kQuad;
+    std::array<CameraSource, board::kCameras> cameras;
+    bool camerasGiven = false;                       ///< by --camera, so that the status file has to follow
+    uint32_t frameRateMilli = kUsualFrameRateMilli;  ///< frames per 1000 s, 0: no pacing
+    uint64_t frameLimit = 0;                         ///< 0: none
+    std::vector<std::string> faults;
+    std::string codecPreset = "superfast";
+    uint32_t codecThreads = 1;
+    bool mounted = true;
+};
+
+struct RunRequest {
+    BoardOptions board;
+    std::string report;  ///< empty: none
+    Command program;
+};
+struct AttachRequest {
+    std::string folder;
+    Command program;
+};
+struct SnapshotRequest {
+    std::string folder;
+    std::string picture;
+};
+/// Nothing is left to do (help, version, bad usage); all has been said.
+struct Finished {
+    int status;
+};
+using Request = std::variant<Finished, RunRequest, AttachRequest, SnapshotRequest>;
+
+/// Exit status after bad usage, with one line on standard error that says what to do.
+constexpr int kBadUsage = 2;
+
+/// Understands the command line, or answers it.
+Request parseCommandLine(int argc, char** argv);
+
+/// Says in one line on standard error what is wrong; the exit status for it.
+int complain(const std::string& text);
+
+}  // namespace cli
