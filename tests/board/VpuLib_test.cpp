@@ -1,0 +1,344 @@
+#include <gtest/gtest.h>
+#include <vpu_io.h>
+#include <vpu_lib.h>
+
+#include <array>
+#include <cstring>
+#include <vector>
+
+#include "OnBoard.h"
+
+namespace {
+
+constexpr int kWidth = 320;
+constexpr int kHeight = 240;
+constexpr int kFrameBytes = kWidth * kHeight * 3 / 2;
+constexpr int kBitstreamBytes = 0x40000;
+constexpr int kQuantiser = 26;
+constexpr int kShortWaitMs = 20;
+constexpr int kFrameBuffers = 2;
+
+const support::Command kPlain{};
+
+/// A block of the codec's memory, mapped.
+class Block {
+public:
+    explicit Block(int bytes)
+    {
+        record_.size = bytes;
+        held_ = IOGetPhyMem(&record_) == 0 && IOGetVirtMem(&record_) != -1;
+    }
+    ~Block() { free(); }
+    Block(const Block&) = delete;
+    Block& operator=(const Block&) = delete;
+
+    void free()
+    {
+        if (held_) {
+            EXPECT_EQ(IOFreeVirtMem(&record_), 0);
+            EXPECT_EQ(IOFreePhyMem(&record_), 0);
+            held_ = false;
+        }
+    }
+    bool held() const { return held_; }
+    PhysicalAddress address() const { return record_.phy_addr; }
+    uint8_t* data() const { return reinterpret_cast<uint8_t*>(record_.virt_uaddr); }
+
+private:
+    vpu_mem_desc record_{};
+    bool held_ = false;
+};
+
+/// The library in use, with memory for one encoder; every step can be taken alone.
+class Session {
+public:
+    Session() { EXPECT_EQ(vpu_Init(nullptr), RETCODE_SUCCESS); }
+    ~Session()
+    {
+        if (handle_ != nullptr) {
+            vpu_SWReset(handle_, 0);
+            EXPECT_EQ(vpu_EncClose(handle_), RETCODE_SUCCESS);
+        }
+        vpu_UnInit();
+    }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    EncOpenParam openParameters() const
+    {
+        EncOpenParam open{};
+        open.bitstreamBuffer = bitstream.address();
+        open.bitstreamBufferSize = kBitstreamBytes;
+        open.bitstreamFormat = STD_AVC;
+        open.picWidth = kWidth;
+        open.picHeight = kHeight;
+        open.frameRateInfo = 30;
+        open.chromaInterleave = 1;
+        open.rcIntraQp = -1;
+        return open;
+    }
+    RetCode open()
+    {
+        EncOpenParam parameters = openParameters();
+        return vpu_EncOpen(&handle_, &parameters);
+    }
+    RetCode obtainInfo()
+    {
+        EncInitialInfo info{};
+        return vpu_EncGetInitialInfo(handle_, &info);
+    }
+    RetCode registerFrames(int count = kFrameBuffers, int stride = kWidth)
+    {
+        std::array<FrameBuffer, kFrameBuffers> buffers{};
+        for (size_t i = 0; i < buffers.size(); ++i) {
+            buffers[i] = frame(references[i].address(), static_cast<int>(i));
+        }
+        EncExtBufInfo extra{};
+        return vpu_EncRegisterFrameBuffer(handle_, buffers.data(), count, stride, stride, subSample.address(),
+                                          subSample.address(), &extra);
+    }
+    bool ready()
+    {
+        return open() == RETCODE_SUCCESS && obtainInfo() == RETCODE_SUCCESS &&
+               registerFrames() == RETCODE_SUCCESS;
+    }
+
+    RetCode start(bool keyFrame = false) { return startAt(source.address(), keyFrame); }
+    RetCode startAt(PhysicalAddress address, bool keyFrame = false)
+    {
+        FrameBuffer picture = frame(address, 0);
+        EncParam parameters{};
+        parameters.sourceFrame = &picture;
+        parameters.forceIPicture = keyFrame ? 1 : 0;
+        parameters.quantParam = kQuantiser;
+        return vpu_EncStartOneFrame(handle_, &parameters);
+    }
+    RetCode fetch(EncOutputInfo& info) { return vpu_EncGetOutputInfo(handle_, &info); }
+    RetCode encode(EncOutputInfo& info, bool keyFrame = false)
+    {
+        const RetCode started = start(keyFrame);
+        return started == RETCODE_SUCCESS && vpu_WaitForInt(kShortWaitMs) == 0 ? fetch(info) : started;
+    }
+
+    EncHandle handle() const { return handle_; }
+    RetCode close()
+    {
+        const RetCode closed = vpu_EncClose(handle_);
+        if (closed == RETCODE_SUCCESS) {
+            handle_ = nullptr;
+        }
+        return closed;
+    }
+
+    Block bitstream{kBitstreamBytes};
+    Block source{kFrameBytes};
+    std::array<Block, kFrameBuffers> references{Block{kFrameBytes}, Block{kFrameBytes}};
+    Block subSample{kFrameBytes};
+
+private:
+    static FrameBuffer frame(PhysicalAddress address, int index)
+    {
+        constexpr unsigned kLuma = kWidth * kHeight;
+        return {kWidth, kWidth / 2, index, address, address + kLuma, address + kLuma + kLuma / 4, 0};
+    }
+
+    EncHandle handle_ = nullptr;
+};
+
+BOARD_TEST(VpuLib, EncodesFromAndIntoPhysicalMemory, kPlain)
+{
+    Session session;
+    ASSERT_TRUE(session.ready());
+    std::memset(session.source.data(), 0x55, kFrameBytes);
+    EncOutputInfo first{};
+    ASSERT_EQ(session.encode(first), RETCODE_SUCCESS);
+    EXPECT_EQ(first.bitstreamBuffer, session.bitstream.address());
+    EXPECT_EQ(first.picType, 0);
+    EXPECT_EQ(first.numOfSlices, 1);
+    EXPECT_GT(first.bitstreamSize, 4U);
+    EXPECT_EQ(std::memcmp(session.bitstream.data(), "\0\0\0\1\x65", 5), 0);
+    EncOutputInfo second{};
+    ASSERT_EQ(session.encode(second), RETCODE_SUCCESS);
+    EXPECT_EQ(second.picType, 1);
+    EXPECT_NE(second.reconFrameIndex, first.reconFrameIndex);
+    ASSERT_EQ(session.encode(second, true), RETCODE_SUCCESS);
+    EXPECT_EQ(second.picType, 0);
+}
+
+BOARD_TEST(VpuLib, PutsBothParameterSetsIntoTheBitstreamBuffer, kPlain)
+{
+    Session session;
+    ASSERT_EQ(session.open(), RETCODE_SUCCESS);
+    ASSERT_EQ(session.obtainInfo(), RETCODE_SUCCESS);
+    const std::array<int, 2> unitTypes{0x67, 0x68};
+    for (int type = SPS_RBSP; type <= PPS_RBSP; ++type) {
+        EncHeaderParam header{};
+        header.headerType = type;
+        ASSERT_EQ(vpu_EncGiveCommand(session.handle(), ENC_PUT_AVC_HEADER, &header), RETCODE_SUCCESS);
+        ASSERT_GE(header.buf, session.bitstream.address());
+        ASSERT_GT(header.size, 5);
+        const uint8_t* unit = session.bitstream.data() + (header.buf - session.bitstream.address());
+        EXPECT_EQ(std::memcmp(unit, "\0\0\0\1", 4), 0);
+        EXPECT_EQ(unit[4], unitTypes[static_cast<size_t>(type)]);
+    }
+}
+
+BOARD_TEST(VpuLib, IsBusyUntilTheEndWasWaitedFor, kPlain)
+{
+    Session session;
+    ASSERT_TRUE(session.ready());
+    EXPECT_EQ(vpu_IsBusy(), 0);
+    EXPECT_NE(vpu_WaitForInt(1), 0);
+    ASSERT_EQ(session.start(), RETCODE_SUCCESS);
+    EXPECT_NE(vpu_IsBusy(), 0);
+    EXPECT_EQ(session.close(), RETCODE_FRAME_NOT_COMPLETE);
+    EXPECT_EQ(vpu_WaitForInt(kShortWaitMs), 0);
+    EXPECT_EQ(vpu_IsBusy(), 0);
+    EXPECT_EQ(session.close(), RETCODE_FRAME_NOT_COMPLETE);
+    EncOutputInfo info{};
+    EXPECT_EQ(session.fetch(info), RETCODE_SUCCESS);
+    EXPECT_EQ(session.close(), RETCODE_SUCCESS);
+}
+
+BOARD_TEST(VpuLib, HandsThePendingStreamOutPieceByPiece, kPlain)
+{
+    Session session;
+    ASSERT_TRUE(session.ready());
+    EncOutputInfo info{};
+    ASSERT_EQ(session.encode(info), RETCODE_SUCCESS);
+    PhysicalAddress read = 0;
+    PhysicalAddress write = 0;
+    Uint32 pending = 0;
+    ASSERT_EQ(vpu_EncGetBitstreamBuffer(session.handle(), &read, &write, &pending), RETCODE_SUCCESS);
+    EXPECT_EQ(pending, info.bitstreamSize);
+    EXPECT_EQ(write - read, pending);
+    ASSERT_EQ(vpu_EncUpdateBitstreamBuffer(session.handle(), pending - 1), RETCODE_SUCCESS);
+    ASSERT_EQ(vpu_EncGetBitstreamBuffer(session.handle(), &read, &write, &pending), RETCODE_SUCCESS);
+    EXPECT_EQ(pending, 1U);
+}
+
+void expectHungUntilReset()
+{
+    Session session;
+    ASSERT_TRUE(session.ready());
+    ASSERT_EQ(session.start(), RETCODE_SUCCESS);
+    EXPECT_NE(vpu_WaitForInt(1), 0);
+    EXPECT_NE(vpu_WaitForInt(1), 0);
+    EXPECT_NE(vpu_IsBusy(), 0);
+    EXPECT_EQ(session.close(), RETCODE_FRAME_NOT_COMPLETE);
+    EXPECT_EQ(vpu_SWReset(session.handle(), 0), RETCODE_SUCCESS);
+    EXPECT_EQ(vpu_IsBusy(), 0);
+    EncOutputInfo info{};
+    ASSERT_EQ(session.encode(info), RETCODE_SUCCESS);
+    EXPECT_EQ(info.picType, 0) << "a frame was lost: the next one cannot refer to it";
+}
+
+BOARD_TEST(VpuLib, HangsInAWaitUntilItIsReset, (support::Command{"--fault", "vpu_WaitForInt@*#1=hang"}))
+{
+    expectHungUntilReset();
+}
+
+BOARD_TEST(VpuLib, HangsInAFrameUntilItIsReset,
+           (support::Command{"--fault", "vpu_EncStartOneFrame@*#1=hang"}))
+{
+    expectHungUntilReset();
+}
+
+BOARD_TEST(VpuLib, FailsByThePlanWithTheInterfacesCodes,
+           (support::Command{"--fault", "vpu_Init@*#1=RETCODE_FAILURE", "--fault",
+                             "vpu_GetVersionInfo@*#1=EFAULT"}))
+{
+    vpu_versioninfo version{};
+    EXPECT_EQ(vpu_Init(nullptr), RETCODE_FAILURE);
+    ASSERT_EQ(vpu_Init(nullptr), RETCODE_SUCCESS);
+    EXPECT_EQ(vpu_GetVersionInfo(&version), RETCODE_MEMORY_ACCESS_VIOLATION);
+    EXPECT_EQ(vpu_GetVersionInfo(&version), RETCODE_SUCCESS);
+    vpu_UnInit();
+}
+
+/// Tests of refused calls: what is refused is in the report, so that it is not to be empty.
+#define REFUSAL_TEST(Name)                                                       \
+    static void refused##Name();                                                 \
+    TEST(VpuLib, Name)                                                           \
+    {                                                                            \
+        support::runOnBoard(kPlain, refused##Name, support::Leaves::kSomething); \
+    }                                                                            \
+    static void refused##Name()
+
+REFUSAL_TEST(RefusesCallsOutOfSequence)
+{
+    EncOutputInfo info{};
+    EncHandle handle = nullptr;
+    EncOpenParam parameters{};
+    EXPECT_EQ(vpu_EncOpen(&handle, &parameters), RETCODE_NOT_INITIALIZED);
+    Session session;
+    EXPECT_EQ(vpu_EncClose(nullptr), RETCODE_INVALID_HANDLE);
+    ASSERT_EQ(session.open(), RETCODE_SUCCESS);
+    EXPECT_EQ(session.registerFrames(), RETCODE_WRONG_CALL_SEQUENCE);
+    EXPECT_EQ(session.start(), RETCODE_WRONG_CALL_SEQUENCE);
+    ASSERT_EQ(session.obtainInfo(), RETCODE_SUCCESS);
+    EXPECT_EQ(session.obtainInfo(), RETCODE_CALLED_BEFORE);
+    ASSERT_EQ(session.registerFrames(), RETCODE_SUCCESS);
+    EXPECT_EQ(session.registerFrames(), RETCODE_CALLED_BEFORE);
+    EXPECT_EQ(session.fetch(info), RETCODE_WRONG_CALL_SEQUENCE);
+    ASSERT_EQ(session.start(), RETCODE_SUCCESS);
+    EXPECT_EQ(session.start(), RETCODE_FRAME_NOT_COMPLETE);
+    EXPECT_EQ(session.fetch(info), RETCODE_FRAME_NOT_COMPLETE);
+}
+
+REFUSAL_TEST(RefusesAddressesOutsideLiveMemory)
+{
+    Session session;
+    ASSERT_TRUE(session.ready());
+    EXPECT_EQ(session.startAt(0x1000), RETCODE_MEMORY_ACCESS_VIOLATION);
+    EXPECT_EQ(session.startAt(session.source.address() + kWidth * kHeight), RETCODE_MEMORY_ACCESS_VIOLATION);
+    EXPECT_EQ(session.startAt(session.source.address()), RETCODE_SUCCESS);
+    EncOutputInfo info{};
+    ASSERT_EQ(vpu_WaitForInt(kShortWaitMs), 0);
+    ASSERT_EQ(session.fetch(info), RETCODE_SUCCESS);
+    session.references[1].free();
+    EXPECT_EQ(session.start(), RETCODE_MEMORY_ACCESS_VIOLATION);
+}
+
+REFUSAL_TEST(RefusesFrameBuffersThatDoNotFit)
+{
+    Session session;
+    ASSERT_EQ(session.open(), RETCODE_SUCCESS);
+    ASSERT_EQ(session.obtainInfo(), RETCODE_SUCCESS);
+    EXPECT_EQ(session.registerFrames(1), RETCODE_INSUFFICIENT_FRAME_BUFFERS);
+    EXPECT_EQ(session.registerFrames(kFrameBuffers, kWidth - 8), RETCODE_INVALID_STRIDE);
+    session.references[0].free();
+    EXPECT_EQ(session.registerFrames(), RETCODE_INVALID_FRAME_BUFFER);
+}
+
+REFUSAL_TEST(RefusesParametersThatItCannotEncodeBy)
+{
+    Session session;
+    const auto opened = [&](auto change) {
+        EncOpenParam parameters = session.openParameters();
+        change(parameters);
+        EncHandle handle = nullptr;
+        return vpu_EncOpen(&handle, &parameters);
+    };
+    EXPECT_EQ(opened([](EncOpenParam& p) { p.bitstreamFormat = STD_MPEG4; }), RETCODE_NOT_SUPPORTED);
+    EXPECT_EQ(opened([](EncOpenParam& p) { p.ringBufferEnable = 1; }), RETCODE_NOT_SUPPORTED);
+    EXPECT_EQ(opened([](EncOpenParam& p) { p.picWidth = 0; }), RETCODE_INVALID_PARAM);
+    EXPECT_EQ(opened([](EncOpenParam& p) { p.frameRateInfo = 0; }), RETCODE_INVALID_PARAM);
+    EXPECT_EQ(opened([](EncOpenParam& p) { p.bitRate = -1; }), RETCODE_INVALID_PARAM);
+    EXPECT_EQ(opened([](EncOpenParam& p) { p.bitstreamBufferSize += kBitstreamBytes; }),
+              RETCODE_MEMORY_ACCESS_VIOLATION);
+}
+
+REFUSAL_TEST(RefusesToFreeWhatItDoesNotHold)
+{
+    vpu_mem_desc record{};
+    EXPECT_EQ(IOGetPhyMem(&record), -1);
+    EXPECT_EQ(IOGetVirtMem(&record), -1);
+    EXPECT_EQ(IOFreePhyMem(&record), -1);
+    record.size = 1;
+    ASSERT_EQ(IOGetPhyMem(&record), 0);
+    record.phy_addr += 8;
+    EXPECT_EQ(IOFreePhyMem(&record), -1);
+}
+
+}  // namespace

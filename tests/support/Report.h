@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace support {
+
+/// What the board noted about a run.
+class Report {
+public:
+    /// Reads the launcher's report; complete() is false when there is none or it cannot be read.
+    static Report read(const std::string& file);
+
+    bool complete() const { return complete_; }
+    uint64_t framesEncoded() const;
+    uint64_t framesDelivered(int camera) const;  ///< camera 1 to 4
+    uint64_t framesDropped(int camera) const;
+    uint64_t calls(const std::string& device, const std::string& call) const;
+    /// How often the faults of the plan fired, all together.
+    uint64_t faultsFired() const;
+    /// One line for each allocation that was still live, and for each call that the board refused.
+    std::vector<std::string> live() const;
+    std::vector<std::string> refused() const;
+
+private:
+    nlohmann::json json_;
+    bool complete_ = false;
+};
+
+}  // namespace support

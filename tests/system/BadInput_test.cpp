@@ -1,0 +1,211 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <mqueue.h>
+
+#include <random>
+
+#include "Scenes.h"
+
+namespace {
+
+using control::MediaState;
+using control::Status;
+using support::Clock;
+using support::Panel;
+
+const std::string kConfigFailure = "(core): Could not parse Config File/velmarine/config/VelMain.cfg\n";
+const std::string kInitFailure = "(main): Could not init core";
+
+class BadInput : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(panel_.layOut()) << panel_.errors(); }
+
+    void expectRefusalToStart(const std::string& message)
+    {
+        EXPECT_EQ(panel_.awaitEnd(), 1) << panel_.errors();
+        EXPECT_NE(panel_.output().find(message), std::string::npos) << panel_.output();
+        EXPECT_NE(panel_.output().find(kInitFailure), std::string::npos) << panel_.output();
+    }
+
+    /// The daemon lives on, answers, and ends when asked.
+    void expectAliveWithoutCameras(const std::string& message)
+    {
+        ASSERT_TRUE(panel_.awaitUp()) << panel_.output() << panel_.errors();
+        EXPECT_TRUE(panel_.awaitOutput(message)) << panel_.output();
+        EXPECT_TRUE(panel_.awaitOutput("(main): Could not setup cameras, continuing without cameras"));
+        const auto seen = panel_.enter(MediaState::kCamera, {1});
+        ASSERT_TRUE(seen);
+        EXPECT_FALSE(seen->status.isRecording);
+        EXPECT_TRUE(panel_.enter(MediaState::kTransfer)) << "waits for ever to stop a recording";
+        EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    }
+
+    bool followsRequests()
+    {
+        return panel_.enter(MediaState::kCamera, {1}) && panel_.enter(MediaState::kTransfer) &&
+               panel_.enter(MediaState::kIdle);
+    }
+
+    Panel panel_;
+};
+
+TEST_F(BadInput, AMissingConfigurationIsSaidAndEndsTheStart)
+{
+    // Taken away on the running board: the launcher lays a missing one out afresh.
+    panel_.start({}, {"/bin/sh", "-c",
+                      "rm '" + panel_.file("/velmarine/config/VelMain.cfg") + "'; exec '" +
+                          support::program("velcamd") + "'"});
+    expectRefusalToStart(kConfigFailure);
+}
+
+TEST_F(BadInput, AnUnreadableConfigurationIsSaidAndEndsTheStart)
+{
+    panel_.start({"--fault", "open@/velmarine/config/VelMain.cfg#*=EACCES"});
+    expectRefusalToStart(kConfigFailure);
+}
+
+TEST_F(BadInput, AQueueThatCannotBeOpenedIsSaidAndEndsTheStart)
+{
+    panel_.start({"--fault", "mq_open@/zentcam#*=EACCES"});
+    expectRefusalToStart("Could not open connection to RX message queue\n");
+    EXPECT_NE(panel_.output().find("(core): IPC Bus did not start!"), std::string::npos);
+    panel_.start({"--fault", "mq_open@/zentipc#*=EMFILE"});
+    expectRefusalToStart("Could not open connection to TX message queue\n");
+}
+
+TEST_F(BadInput, AMissingFontLeavesTheDaemonWithoutCameras)
+{
+    panel_.start({}, {"/bin/sh", "-c",
+                      "rm '" + panel_.file("/usr/share/fonts/Ubuntu-C.ttf") + "'; exec '" +
+                          support::program("velcamd") + "'"});
+    expectAliveWithoutCameras("(VideoManager:): Could not setup YUV image writer");
+}
+
+TEST_F(BadInput, AMissingCameraLeavesTheDaemonWithoutCameras)
+{
+    panel_.start({"--cpu", "dual-lite", "--fault", "open@/dev/video1#*=ENOENT"});
+    expectAliveWithoutCameras("(VideoManager): Could not setup /dev/video1");
+}
+
+TEST_F(BadInput, ARecordingThatCannotBeOpenedIsTriedAgainAtTheNextState)
+{
+    std::filesystem::create_directories(panel_.recording());
+    panel_.start({"--cpu", "dual-lite"});
+    ASSERT_TRUE(panel_.awaitUp());
+    EXPECT_TRUE(panel_.awaitOutput("(VideoManager): Could not start writer")) << panel_.output();
+    auto seen = panel_.enter(MediaState::kCamera, {1});
+    ASSERT_TRUE(seen);
+    EXPECT_FALSE(seen->status.isRecording);
+
+    std::filesystem::remove(panel_.recording());
+    ASSERT_TRUE(panel_.enter(MediaState::kIdle));
+    EXPECT_TRUE(panel_.watch().await([](const Status& status) { return status.isRecording; }, Clock::now()));
+    EXPECT_EQ(panel_.end(), 0);
+    const auto recording = support::readRecording(panel_.recording());
+    EXPECT_TRUE(recording.wellFormed);
+    EXPECT_FALSE(recording.chunks.empty());
+}
+
+TEST_F(BadInput, AFullDiskEndsTheLoopWithoutAHang)
+{
+    panel_.start({"--cpu", "dual-lite", "--fps", "max", "--fault", "write@*/cam.avi#40+=ENOSPC"});
+    EXPECT_EQ(panel_.awaitEnd(), 0) << panel_.errors();
+    EXPECT_NE(panel_.output().find("Could not encode VPU buffer"), std::string::npos) << panel_.output();
+    EXPECT_NE(panel_.output().find("(VideoManager): Could not process VPU"), std::string::npos);
+}
+
+TEST_F(BadInput, AStatusQueueThatNobodyReadsStopsNeitherRecordingNorShutdown)
+{
+    panel_.start({"--cpu", "dual-lite"}, {support::program("velcamd")}, Panel::Reader::kNone);
+    const auto queueIsFull = [&] {
+        const mqd_t queue = ::mq_open(panel_.queueName(control::kStatusQueue).c_str(), O_RDONLY);
+        mq_attr attributes = {};
+        const bool full = queue != static_cast<mqd_t>(-1) && ::mq_getattr(queue, &attributes) == 0 &&
+                          attributes.mq_curmsgs == attributes.mq_maxmsg;
+        if (queue != static_cast<mqd_t>(-1)) {
+            ::mq_close(queue);
+        }
+        return full;
+    };
+    ASSERT_TRUE(support::waitUntil(queueIsFull)) << panel_.output();
+    const auto size = [&] { return support::readFile(panel_.recording()).size(); };
+    const size_t before = size();
+    constexpr size_t kSomeFrames = 20'000;  // bytes
+    EXPECT_TRUE(support::waitUntil([&] { return size() > before + kSomeFrames; }));
+    EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    EXPECT_TRUE(support::readRecording(panel_.recording()).wellFormed);
+}
+
+TEST_F(BadInput, AQueueMadeByAnotherProgramDisturbsNothingElse)
+{
+    panel_.start({"--cpu", "dual-lite"},
+                 {FOREIGN_QUEUE, control::kRequestQueue, "5", "256", support::program("velcamd")});
+    ASSERT_TRUE(panel_.awaitUp()) << panel_.output() << panel_.errors();
+    ASSERT_TRUE(panel_.request(control::stateRequest(MediaState::kCamera, {1})));
+    const auto sent = Clock::now();
+    EXPECT_TRUE(panel_.watch().await([](const Status& status) { return status.isRecording; }, sent));
+    EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+}
+
+TEST_F(BadInput, AnythingOnTheQueueIsSurvived)
+{
+    constexpr unsigned kSeed = 20;
+    constexpr int kPackets = 400;
+    constexpr int kByte = 255;
+    panel_.start({"--cpu", "dual-lite"});
+    ASSERT_TRUE(panel_.awaitUp());
+    std::mt19937 random(kSeed);
+    const auto below = [&](int limit) {
+        return static_cast<int>(random() % static_cast<unsigned>(limit + 1));
+    };
+    for (int i = 0; i < kPackets; ++i) {
+        control::Frame frame(static_cast<size_t>(below(control::kFrameMax)));
+        for (uint8_t& byte : frame) {
+            byte = static_cast<uint8_t>(below(kByte));
+        }
+        if (i % 2 == 0 && frame.size() >= control::kFrameMin) {
+            // Well-formed but for what it says: a known id, any length byte.
+            frame[2] = static_cast<uint8_t>(16 + below(5));
+            frame[frame.size() - 2] = '\r';
+            frame[frame.size() - 1] = '\n';
+        }
+        ASSERT_TRUE(panel_.send(frame)) << "packet " << i;
+    }
+    EXPECT_TRUE(followsRequests()) << panel_.output();
+    EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+}
+
+TEST_F(BadInput, AMalformedCameraStatusIsSurvived)
+{
+    const std::string contents[] = {"",
+                                    "\n",
+                                    "0x",
+                                    "0x00,",
+                                    "0x00,0x,0x01",
+                                    "0xFFFFFFFFFFFFFFFF",
+                                    "0x00,0x00,0x00,0x00,0x00,0x00",
+                                    std::string(5000, ','),
+                                    std::string(64, '\0')};
+    for (const std::string& content : contents) {
+        SCOPED_TRACE(content.substr(0, 40));
+        ASSERT_TRUE(support::writeFile(panel_.file("/velmarine/dev-csi/cam_status"), content));
+        panel_.start({"--cpu", "dual-lite"});
+        EXPECT_TRUE(panel_.awaitUp()) << panel_.output() << panel_.errors();
+        EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    }
+}
+
+TEST_F(BadInput, AMalformedBitrateFileMeans2000)
+{
+    const std::string contents[] = {
+        "", "8", "12a", "99999999999999999999", "-4000", std::string(100'000, '4')};
+    for (const std::string& content : contents) {
+        SCOPED_TRACE(content.substr(0, 40));
+        ASSERT_TRUE(support::writeFile(panel_.file("/velmarine/config/bitrate"), content));
+        panel_.start({"--cpu", "dual-lite"});
+        EXPECT_TRUE(panel_.awaitOutput("VPU BITRATE 2000\n")) << panel_.output() << panel_.errors();
+        EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    }
+}
+
+}  // namespace

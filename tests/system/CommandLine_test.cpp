@@ -1,0 +1,230 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <mqueue.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "Scenes.h"
+
+namespace {
+
+using control::MediaState;
+using control::Status;
+using support::Command;
+using support::Panel;
+
+struct Usage {
+    const char* name;
+    Command command;  ///< the program's name, then its arguments
+};
+
+class Commands : public testing::TestWithParam<Usage> {};
+
+support::Outcome run(const Command& command)
+{
+    Command resolved = command;
+    resolved.front() = support::program(command.front());
+    return support::runToEnd(resolved);
+}
+
+TEST_P(Commands, SayWhatIsWrongInOneLineWithStatus2)
+{
+    const auto outcome = run(GetParam().command);
+    EXPECT_EQ(outcome.status, 2) << outcome.error;
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(std::count(outcome.error.begin(), outcome.error.end(), '\n'), 1) << outcome.error;
+    EXPECT_GT(outcome.error.size(), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BadUsage, Commands,
+    testing::Values(Usage{"NoVerb", {"velcamctl"}}, Usage{"UnknownVerb", {"velcamctl", "reboot"}},
+                    Usage{"NoState", {"velcamctl", "state"}},
+                    Usage{"UnknownState", {"velcamctl", "state", "park"}},
+                    Usage{"ChannelTooHigh", {"velcamctl", "state", "camera", "5"}},
+                    Usage{"ChannelNoNumber", {"velcamctl", "channels", "x"}},
+                    Usage{"TooManyChannels", {"velcamctl", "channels", "1", "2", "3", "4", "1"}},
+                    Usage{"NoChannels", {"velcamctl", "channels"}}, Usage{"NoName", {"velcamctl", "play"}},
+                    Usage{"LongName", {"velcamctl", "play", std::string(99, 'a')}},
+                    Usage{"UnknownRate", {"velcamctl", "bitrate", "3000"}},
+                    Usage{"UnknownOption", {"velcamctl", "status", "--bogus"}},
+                    Usage{"Daemon", {"velcamd", "--bogus"}}, Usage{"BoardNoVerb", {"vboard"}},
+                    Usage{"BoardUnknownVerb", {"vboard", "fly"}}, Usage{"BoardNoProgram", {"vboard", "run"}},
+                    Usage{"BoardUnknownCpu", {"vboard", "run", "--cpu", "octo", "--", "/bin/true"}},
+                    Usage{"BoardBadFault", {"vboard", "run", "--fault", "nonsense", "--", "/bin/true"}},
+                    Usage{"BoardBadCamera", {"vboard", "run", "--camera", "5=pattern", "--", "/bin/true"}},
+                    Usage{"BoardBadPace", {"vboard", "run", "--fps", "fast", "--", "/bin/true"}},
+                    Usage{"SnapshotNoFile", {"vboard", "snapshot"}}),
+    [](const auto& chosen) { return std::string(chosen.param.name); });
+
+TEST(Help, IsThereForEveryProgramWithItsVersion)
+{
+    for (const char* name : {"velcamd", "velcamctl", "vboard"}) {
+        for (const char* option : {"--help", "--version"}) {
+            const auto outcome = run({name, option});
+            EXPECT_EQ(outcome.status, 0) << name << " " << option << ": " << outcome.error;
+            EXPECT_NE(outcome.output.find(name), std::string::npos) << option << ": " << outcome.output;
+        }
+    }
+    for (const char* verb : {"status", "listen"}) {
+        EXPECT_NE(run({"velcamctl", verb, "--help"}).output.find("takes the messages away"),
+                  std::string::npos)
+            << verb;
+    }
+}
+
+TEST(Controller, DrivesADaemonOnAVirtualBoardAndReadsItsStatus)
+{
+    Panel panel;
+    panel.start({"--cpu", "dual-lite"}, {support::program("velcamd")}, Panel::Reader::kNone);
+    ASSERT_TRUE(panel.awaitOutput("VPU BITRATE")) << panel.output() << panel.errors();
+    const auto control = [&](Command arguments) {
+        Command command{"vboard", "attach", "--board", panel.board(), "--", support::program("velcamctl")};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return run(command);
+    };
+    ASSERT_EQ(control({"state", "camera", "1", "2"}).status, 0);
+    EXPECT_TRUE(panel.awaitOutput("Req State Camera\n"));
+    const auto status = control({"status", "--json"});
+    EXPECT_EQ(status.status, 0) << status.error;
+    const auto json = nlohmann::json::parse(status.output, nullptr, false);
+    ASSERT_TRUE(json.is_object()) << status.output;
+    EXPECT_EQ(json.value("state", ""), "camera") << "a stale report was shown";
+    EXPECT_TRUE(json.value("isRecording", false));
+    EXPECT_EQ(json.value("channelStatus", nlohmann::json()), nlohmann::json({0, 0, 0, 0}));
+    EXPECT_EQ(panel.end(), 0);
+}
+
+TEST(Controller, SaysWhatToDoWhenNoDaemonIsThere)
+{
+    Panel panel;
+    for (const char* verb : {"status", "listen"}) {
+        panel.start({}, {support::program("velcamctl"), verb}, Panel::Reader::kNone);
+        EXPECT_EQ(panel.awaitEnd(), 1);
+        EXPECT_NE(panel.errors().find("queue /zentipc is not there; start velcamd"), std::string::npos)
+            << panel.errors();
+    }
+}
+
+/// A queue of the daemon's shape with a name of this process' own.
+class OwnQueue {
+public:
+    OwnQueue() : name_("/velcam-test-" + std::to_string(::getpid()))
+    {
+        mq_attr attributes = {};
+        attributes.mq_maxmsg = kMessages;
+        attributes.mq_msgsize = control::kFrameMax;
+        constexpr mode_t kMode = 0600;
+        const mqd_t queue = ::mq_open(name_.c_str(), O_RDONLY | O_CREAT | O_EXCL, kMode, &attributes);
+        made_ = queue != static_cast<mqd_t>(-1);
+        if (made_) {
+            ::mq_close(queue);
+        }
+    }
+    ~OwnQueue() { ::mq_unlink(name_.c_str()); }
+    OwnQueue(const OwnQueue&) = delete;
+    OwnQueue& operator=(const OwnQueue&) = delete;
+    OwnQueue(OwnQueue&&) = delete;
+    OwnQueue& operator=(OwnQueue&&) = delete;
+
+    static constexpr long kMessages = 10;
+    bool made() const { return made_; }
+    const std::string& name() const { return name_; }
+
+private:
+    std::string name_;
+    bool made_ = false;
+};
+
+control::Frame statusFrame(MediaState state)
+{
+    return control::encode(
+        {static_cast<uint8_t>(control::MessageId::kStatus), {static_cast<uint8_t>(state), 0, 0, 0, 0, 6}});
+}
+
+TEST(Controller, ThrowsAwayWhatABlockedDaemonReportedLongAgo)
+{
+    using control::Queue;
+    const OwnQueue own;
+    ASSERT_TRUE(own.made());
+    Queue sender(own.name(), Queue::Direction::kSend);
+    ASSERT_TRUE(sender.isOpen());
+    for (long i = 0; i < OwnQueue::kMessages; ++i) {
+        ASSERT_TRUE(sender.send(statusFrame(MediaState::kIdle), support::kGenerous));
+    }
+    // As the daemon does: one more report, made long ago and still held; then fresh ones.
+    std::thread daemon([&] {
+        sender.send(statusFrame(MediaState::kIdle), support::kGenerous);
+        sender.send(statusFrame(MediaState::kCamera), support::kGenerous);
+    });
+    Queue reader(own.name(), Queue::Direction::kReceive);
+    EXPECT_TRUE(reader.discardOld(support::kGenerous));
+    const auto status = reader.receiveStatus(support::kGenerous);
+    daemon.join();
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->state, static_cast<uint8_t>(MediaState::kCamera));
+}
+
+TEST(Controller, GivesUpOnAQueueThatStaysFullOrEmpty)
+{
+    using control::Queue;
+    constexpr support::Duration kShort{20};
+    const OwnQueue own;
+    ASSERT_TRUE(own.made());
+    Queue sender(own.name(), Queue::Direction::kSend);
+    Queue reader(own.name(), Queue::Direction::kReceive);
+    EXPECT_FALSE(reader.receive(kShort));
+    EXPECT_EQ(reader.error(), ETIMEDOUT);
+    while (sender.send(statusFrame(MediaState::kIdle), kShort)) {
+    }
+    EXPECT_EQ(sender.error(), ETIMEDOUT);
+    EXPECT_FALSE(reader.discardOld(kShort)) << "nobody held a report";
+}
+
+TEST(Protocol, WritesRequestsByteForByteAsTheDaemonReadsThem)
+{
+    using control::encode;
+    using control::Frame;
+    EXPECT_EQ(encode(control::stateRequest(MediaState::kCamera, {3, 2, 1, 0})),
+              (Frame{'M', 'B', 18, 5, 2, 3, 2, 1, 0, '\r', '\n'}));
+    EXPECT_EQ(encode(*control::playRequest("a.avi")),
+              (Frame{'M', 'B', 18, 7, 1, 'a', '.', 'a', 'v', 'i', 0, '\r', '\n'}));
+    EXPECT_EQ(encode(control::channelSelection({1, 2, 0, 4})),
+              (Frame{'M', 'B', 19, 4, 1, 2, 0, 4, '\r', '\n'}));
+    EXPECT_EQ(encode(*control::bitrateSelection(1000)), (Frame{'M', 'B', 20, 1, 0, '\r', '\n'}));
+    EXPECT_EQ(encode(*control::bitrateSelection(2000)), (Frame{'M', 'B', 20, 1, 1, '\r', '\n'}));
+    EXPECT_EQ(encode(*control::bitrateSelection(4000)), (Frame{'M', 'B', 20, 1, 2, '\r', '\n'}));
+    EXPECT_FALSE(control::bitrateSelection(3000));
+    EXPECT_FALSE(control::playRequest(""));
+    EXPECT_TRUE(control::playRequest(std::string(98, 'a')));
+    EXPECT_FALSE(control::playRequest(std::string(99, 'a'))) << "no room for the closing zero";
+}
+
+TEST(Protocol, ReadsTheStatusFlagByFlagAndRefusesBrokenFrames)
+{
+    const control::Frame whole{'M', 'B', 17, 6, 15, 0, 0xFF, 10, 1, 0x82, '\r', '\n'};
+    const auto packet = control::decode(whole);
+    ASSERT_TRUE(packet);
+    const auto status = control::readStatus(*packet);
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->state, 15);
+    EXPECT_EQ(status->channelStatus, (std::array<uint8_t, 4>{0, 0xFF, 10, 1}));
+    EXPECT_TRUE(status->canRecord && status->playbackDone);
+    EXPECT_FALSE(status->isVMMAttached || status->isRecording);
+    EXPECT_EQ(control::describe(whole),
+              "id 17 status: state transfer, cameras good unchecked fault:0x0a fault:0x01, display not "
+              "attached, not "
+              "recording, playback done");
+
+    for (const size_t broken : {0U, 1U, 3U, 10U, 11U}) {
+        control::Frame frame = whole;
+        frame[broken] ^= 1U;
+        EXPECT_FALSE(control::decode(frame)) << "byte " << broken;
+    }
+    EXPECT_FALSE(control::decode({whole.begin(), whole.end() - 1}));
+    EXPECT_FALSE(control::decode({}));
+}
+
+}  // namespace

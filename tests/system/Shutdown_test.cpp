@@ -1,0 +1,130 @@
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <regex>
+
+#include "Scenes.h"
+
+namespace {
+
+using control::Channels;
+using control::MediaState;
+using control::Status;
+using support::Clock;
+using support::Duration;
+using support::Panel;
+
+struct Situation {
+    const char* name;
+    MediaState state;
+    Channels channels;
+};
+
+class Shutdown : public testing::TestWithParam<Situation> {
+protected:
+    void TearDown() override
+    {
+        // A player outlives the daemon; this one is the test's own.
+        const std::string player = support::readFile(panel_.board() + "/player.id");
+        if (!player.empty()) {
+            ::kill(static_cast<pid_t>(std::stol(player)), SIGKILL);
+        }
+    }
+
+    void bringUp()
+    {
+        ASSERT_TRUE(panel_.layOut());
+        const std::filesystem::path player = panel_.file("/usr/bin/gst-launch-1.0");
+        std::filesystem::create_directories(player.parent_path());
+        std::filesystem::copy_file(PLAYER, player);
+        panel_.start();
+        ASSERT_TRUE(panel_.awaitUp()) << panel_.output() << panel_.errors();
+    }
+
+    /// False when the daemon does not get there.
+    bool enter(const Situation& situation)
+    {
+        if (situation.state == MediaState::kIdle) {
+            return true;  // where it begins
+        }
+        const bool plays = situation.state == MediaState::kPlay;
+        const auto packet = plays ? control::playRequest("clip1.avi")
+                                  : control::stateRequest(situation.state, situation.channels);
+        const auto asked = Clock::now();
+        const bool records = !plays && situation.state != MediaState::kTransfer;
+        return panel_.request(*packet) &&
+               panel_.watch().await(
+                   [&](const Status& status) {
+                       return status.state == static_cast<uint8_t>(situation.state) &&
+                              status.isRecording == records;
+                   },
+                   asked);
+    }
+
+    Panel panel_;
+};
+
+TEST_P(Shutdown, EndsSoonWithEverythingReleasedAndTheLogCarriedOver)
+{
+    bringUp();
+    ASSERT_TRUE(enter(GetParam())) << panel_.output();
+
+    const auto asked = Clock::now();
+    EXPECT_EQ(panel_.end(), 0) << panel_.output() << panel_.errors();
+    const auto took = std::chrono::duration_cast<Duration>(Clock::now() - asked);
+    RecordProperty("endedAfterMs", static_cast<int>(took.count()));
+    std::printf("ended after %d ms\n", static_cast<int>(took.count()));
+    constexpr Duration kASecond{1000};
+    EXPECT_LT(took, kASecond * scenes::kSlowness);
+
+    const std::string output = panel_.output();
+    EXPECT_TRUE(std::regex_search(output, std::regex("Encoded [0-9]+ Frames in [0-9]+\\.[0-9]{4} Seconds\n"
+                                                     "FPS [0-9]+\\.[0-9]{2}\n")))
+        << output;
+    const std::string log = support::readFile(panel_.file("/velmarine/f/logs/VelCam.log"));
+    EXPECT_NE(log.find("[Debug]: (core): Starting all threads\r\n"), std::string::npos) << log;
+    EXPECT_NE(log.find("[Notice]: (main): Shutting down application\r\n"), std::string::npos) << log;
+    EXPECT_FALSE(std::filesystem::exists(panel_.file("/tmp/VelCam.log")));
+
+    EXPECT_TRUE(support::readRecording(panel_.recording()).wellFormed);
+    const auto report = panel_.report();
+    ASSERT_TRUE(report.complete());
+    EXPECT_EQ(report.live(), std::vector<std::string>());
+    EXPECT_EQ(report.refused(), std::vector<std::string>());
+}
+
+INSTANTIATE_TEST_SUITE_P(From, Shutdown,
+                         testing::Values(Situation{"Idle", MediaState::kIdle, {}},
+                                         Situation{"OneCamera", MediaState::kCamera, {1}},
+                                         Situation{"TwoPanes", MediaState::kCamera, {1, 2}},
+                                         Situation{"Backup", MediaState::kBackup, {3}},
+                                         Situation{"Transfer", MediaState::kTransfer, {1}},
+                                         Situation{"Playing", MediaState::kPlay, {}}),
+                         [](const auto& chosen) { return std::string(chosen.param.name); });
+
+TEST(Endings, ADaemonWhoseCameraFailsTwiceEndsWithItsRecordingWhole)
+{
+    Panel panel;
+    panel.start({"--cpu", "dual-lite", "--fps", "max", "--fault", "VIDIOC_DQBUF@/dev/video1#30+=EIO"});
+    EXPECT_EQ(panel.awaitEnd(), 0) << panel.errors();
+    const std::string message = "(VideoManager): Could not dequeue buffer from camera channel #2";
+    const std::string output = panel.output();
+    const size_t first = output.find(message);
+    ASSERT_NE(first, std::string::npos) << output;
+    EXPECT_NE(output.find(message, first + 1), std::string::npos) << output;
+    EXPECT_NE(output.find("FPS "), std::string::npos);
+    EXPECT_TRUE(support::readRecording(panel.recording()).wellFormed);
+}
+
+TEST(Endings, ACameraThatFailsOnceDoesNotEndTheDaemon)
+{
+    Panel panel;
+    panel.start({"--cpu", "dual-lite", "--fps", "max", "--frames", "100", "--fault",
+                 "VIDIOC_DQBUF@/dev/video1#30=EIO"});
+    EXPECT_EQ(panel.awaitEnd(), 0) << panel.errors();
+    EXPECT_EQ(panel.report().faultsFired(), 1U);
+    constexpr size_t kEnough = 60;
+    EXPECT_GT(support::readRecording(panel.recording()).chunks.size(), kEnough);
+}
+
+}  // namespace
