@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# Installs what building, running and testing on Debian 12 needs, as far as it is missing. Never asks anything.
+set -euo pipefail
+
+if [[ ${1:-} == --help ]]; then
+    echo "usage: ${0##*/}    installs the missing Debian packages, as root or through sudo without a password"
+    exit 0
+fi
+if (($# > 0)); then
+    echo "${0##*/}: takes no arguments; see --help" >&2
+    exit 2
+fi
+
+readonly needed=(
+    g++ cmake ninja-build pkg-config
+    libfreetype-dev libx264-dev libyuv-dev libpng-dev
+    libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
+    libcli11-dev nlohmann-json3-dev libgtest-dev
+    ffmpeg fonts-dejavu-core
+)
+readonly wished=(ccache) # only makes building again faster
+
+missing() {
+    local package
+    for package in "$@"; do
+        if [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) != installed ]]; then
+            echo "$package"
+        fi
+    done
+}
+
+as_root() {
+    if ((EUID == 0)); then
+        "$@"
+    else
+        sudo -n "$@"
+    fi
+}
+
+apt() {
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=300 "$@" </dev/null
+}
+
+install() {
+    apt install --no-install-recommends "$@"
+}
+
+main() {
+    if ! command -v dpkg-query >/dev/null; then
+        echo "${0##*/}: not a Debian system; install by its own means what these hold: ${needed[*]}" >&2
+        return 0 # the configuration that follows names whatever is not there
+    fi
+    local absent still
+    mapfile -t absent < <(missing "${needed[@]}" "${wished[@]}")
+    if ((${#absent[@]} == 0)); then
+        return 0
+    fi
+    if ((EUID != 0)) && ! sudo -n true 2>/dev/null; then
+        mapfile -t still < <(missing "${needed[@]}")
+        if ((${#still[@]} == 0)); then
+            return 0
+        fi
+        echo "${0##*/}: not root, and sudo would ask; run as root: apt-get install ${still[*]}" >&2
+        return 1
+    fi
+
+    echo "Installing: ${absent[*]}"
+    # An index that is partly out of date, or a mirror that lacks one file, shall cost a retry and not the run.
+    apt update || echo "${0##*/}: the package index could not be refreshed, going on with the one at hand" >&2
+    if ! install "${absent[@]}"; then
+        apt update || true
+        mapfile -t absent < <(missing "${needed[@]}")
+        if ((${#absent[@]} > 0)); then
+            install --fix-missing "${absent[@]}" || true
+        fi
+    fi
+
+    mapfile -t still < <(missing "${needed[@]}")
+    if ((${#still[@]} > 0)); then
+        echo "${0##*/}: could not install ${still[*]}; check the package sources and run this again" >&2
+        return 1
+    fi
+}
+
+main
