@@ -7,7 +7,6 @@
 #include <linux/videodev2.h>
 #include <mqueue.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -17,6 +16,7 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -26,12 +26,14 @@
 #include "OnBoard.h"
 #include "board/Board.h"
 
+// NOLINTBEGIN(bugprone-reserved-identifier): what a fortified program is linked with
 extern "C" {
 int __open_2(const char* path, int flags);
 int __open64_2(const char* path, int flags);
 int __openat_2(int directory, const char* path, int flags);
 int __openat64_2(int directory, const char* path, int flags);
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 

@@ -92,7 +92,10 @@ TEST(Controller, DrivesADaemonOnAVirtualBoardAndReadsItsStatus)
     const auto json = nlohmann::json::parse(status.output, nullptr, false);
     ASSERT_TRUE(json.is_object()) << status.output;
     EXPECT_EQ(json.value("state", ""), "camera") << "a stale report was shown";
-    EXPECT_TRUE(json.value("isRecording", false));
+    EXPECT_TRUE(support::waitUntil([&] {  // from the first written picture on
+        const auto later = nlohmann::json::parse(control({"status", "--json"}).output, nullptr, false);
+        return later.is_object() && later.value("isRecording", false);
+    }));
     EXPECT_EQ(json.value("channelStatus", nlohmann::json()), nlohmann::json({0, 0, 0, 0}));
     EXPECT_EQ(panel.end(), 0);
 }

@@ -20,10 +20,16 @@ inline bool isLong()
 }
 
 /// How much slower than the shipped build this one may be.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__arm__)  // in an emulator
 constexpr int kSlowness = 5;
 #else
 constexpr int kSlowness = 1;
+#endif
+/// A frame rate at which a frame is missed for a reason, and not because the machine had other things to do.
+#if defined(__arm__)
+constexpr const char* kLeisure = "5";
+#else
+constexpr const char* kLeisure = "10";
 #endif
 
 struct Layout {

@@ -142,7 +142,7 @@ TEST_F(States, TakeAnUnknownStateWithoutDoingAnything)
     bringUp("dual-lite");
     const auto seen = panel_.enter(static_cast<MediaState>(kUnknown));
     ASSERT_TRUE(seen);
-    EXPECT_TRUE(seen->status.isRecording);
+    EXPECT_TRUE(panel_.watch().await([](const Status& status) { return status.isRecording; }, seen->when));
     enterAndCheck({"a camera afterwards",
                    MediaState::kCamera,
                    {1},

@@ -42,6 +42,7 @@ constexpr size_t kCallNameBytes = 40;
 constexpr size_t kTargetBytes = 96;
 constexpr size_t kReasonBytes = 100;
 constexpr size_t kPresetBytes = 24;
+constexpr size_t kCallCounts = 192;
 
 struct Allocation {
     uint32_t base;
@@ -112,7 +113,7 @@ struct State {
     uint32_t faultCount;
     std::atomic<uint32_t> callCountUsed;
     std::array<Fault, 64> faults;
-    std::array<CallCount, 192> callCounts;
+    std::array<CallCount, kCallCounts> callCounts;
     uint32_t refusalCount;  ///< may exceed the list: the first ones are kept
     uint32_t reserved2;
     std::array<Refusal, 128> refusals;

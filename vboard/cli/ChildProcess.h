@@ -11,9 +11,15 @@
 
 namespace cli {
 
+using Environment = std::vector<std::pair<std::string, std::string>>;
+
+/// Goes on as another program, looked for in PATH, with variables added to this process's. Returns only when
+/// that failed, with the errno.
+int replaceProcess(const Command& command, const Environment& environment);
+
 /// How a child is started.
 struct ChildSetup {
-    std::vector<std::string> command;  ///< the program is looked for in PATH
+    Command command;  ///< as for replaceProcess()
     Environment environment;
     int output = -1, error = -1;            ///< descriptors for its standard output and error; -1: as here
     int signalAtLaunchersEnd = 0;           ///< what it gets when the launcher is gone, however that ended

@@ -5,7 +5,9 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <optional>
+#include <sstream>
 
 #include "cli/FaultRules.h"
 
@@ -118,6 +120,22 @@ std::string takeProgram(const CLI::App& app, const Command& afterDashes, Command
                : std::string();
 }
 
+/// Puts the emulator before the program that it is to run.
+void putBefore(const std::string& emulator, Command& program)
+{
+    std::istringstream words(emulator);
+    Command command{std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
+    program.insert(program.begin(), command.begin(), command.end());
+}
+
+void addForeign(CLI::App& verb, Foreign& foreign)
+{
+    verb.add_option("--emulator", foreign.emulator,
+                    "Command that runs PROGRAM of another processor, as 'qemu-arm-static -L DIR'");
+    verb.add_option("--library", foreign.library,
+                    "The board's library (libvboard.so) of PROGRAM's processor");
+}
+
 /// The launcher's grammar with the places its values go to.
 struct Grammar {
     Grammar();
@@ -149,6 +167,7 @@ Grammar::Grammar()
     attach.prefix_command();
     attach.footer("vboard attach --board DIR -- PROGRAM [ARG...]");
     attach.add_option("--board", toAttach.folder, "The board's folder")->required();
+    addForeign(attach, toAttach.foreign);
     snapshot.add_option("--board", toSnapshot.folder, "The board's folder")->required();
     snapshot.add_option("FILE", toSnapshot.picture, "The picture to write")->required();
 }
@@ -156,6 +175,7 @@ Grammar::Grammar()
 void Grammar::describeRun()
 {
     BoardOptions& board = toRun.board;
+    addForeign(run, toRun.foreign);
     run.prefix_command();
     run.footer("vboard run [options] [--] PROGRAM [ARG...]");
     run.add_option("--board", board.folder, "The board's folder, made when missing")->capture_default_str();
@@ -189,9 +209,11 @@ Request Grammar::request(const Command& afterDashes)
     if (run.parsed()) {
         wrong = understand(texts, toRun);
         wrong = wrong.empty() ? takeProgram(run, afterDashes, toRun.program) : wrong;
+        putBefore(toRun.foreign.emulator, toRun.program);
         result = toRun;
     } else if (attach.parsed()) {
         wrong = takeProgram(attach, afterDashes, toAttach.program);
+        putBefore(toAttach.foreign.emulator, toAttach.program);
         result = toAttach;
     } else {
         result = toSnapshot;

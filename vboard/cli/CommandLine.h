@@ -35,14 +35,22 @@ struct BoardOptions {
     bool mounted = true;
 };
 
+/// A program that another kind of processor runs: what runs it here, and the board's library of its kind.
+struct Foreign {
+    std::string emulator;  ///< command whose words are split at spaces; empty: none
+    std::string library;   ///< empty: the one that belongs to this launcher
+};
+
 struct RunRequest {
     BoardOptions board;
     std::string report;  ///< empty: none
-    Command program;
+    Foreign foreign;
+    Command program;  ///< with the emulator before it
 };
 struct AttachRequest {
     std::string folder;
-    Command program;
+    Foreign foreign;
+    Command program;  ///< with the emulator before it
 };
 struct SnapshotRequest {
     std::string folder;

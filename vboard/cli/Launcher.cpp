@@ -41,13 +41,17 @@ std::string noBoardIn(const std::string& folder)
 
 }  // namespace
 
-std::string boardEnvironment(const std::string& folder, Environment& environment)
+std::string boardEnvironment(const std::string& folder, const Foreign& foreign, Environment& environment)
 {
-    const std::string library = findLibrary();
+    const bool own = foreign.library.empty();
+    std::error_code error;
+    const std::string library = own ? findLibrary() : fs::canonical(foreign.library, error).string();
     if (library.empty()) {
-        return std::string(kLibrary) + " is not beside vboard: build or install it";
+        return own ? std::string(kLibrary) + " is not beside vboard: build or install it"
+                   : "there is no library " + foreign.library +
+                         ": build the board for the program's processor";
     }
-    const std::string runtime = VELCAM_SANITIZER_RUNTIME;
+    const std::string runtime = own ? VELCAM_SANITIZER_RUNTIME : "";
     // The dynamic linker splits its list at both, and knows no way around it.
     if ((library + runtime).find_first_of(" :") != std::string::npos) {
         return "cannot preload " + library + ": move it to a path without spaces and colons";
@@ -76,7 +80,7 @@ int attach(const AttachRequest& request)
         return complain(noBoardIn(request.folder));
     }
     Environment environment;
-    const std::string wrong = boardEnvironment(*folder, environment);
+    const std::string wrong = boardEnvironment(*folder, request.foreign, environment);
     if (!wrong.empty()) {
         return complain(wrong);
     }

@@ -65,7 +65,7 @@ int runProgram(const RunRequest& request, LiveBoard& live, Sources& sources, con
     setup.command = request.program;
     setup.signalAtLaunchersEnd = SIGTERM;
     setup.processId = &live.board().state().program;
-    const std::string wrong = boardEnvironment(live.board().folder(), setup.environment);
+    const std::string wrong = boardEnvironment(live.board().folder(), request.foreign, setup.environment);
     if (!wrong.empty()) {
         return complain(wrong);
     }
