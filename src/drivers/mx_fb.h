@@ -47,6 +47,10 @@ public:
 
     bool isOverlayOpen() const { return overlayOpen; }
 
+    /// Whether the overlay is shown as another process's surface: it has one page then, and that is not ours
+    /// to fill.
+    bool isLentOut() const { return overlayOpen && fb_buff == nullptr; }
+
     /// Shows four black pages of the size and format of the DISP_INFO, page 0 first.
     bool cameraOverlay(int x, int y);
 

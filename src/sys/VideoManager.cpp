@@ -444,7 +444,8 @@ bool VideoManager::copyToRecordFrame(std::size_t channel)
 
 bool VideoManager::composeDisplayPage()
 {
-    displayPass_ = selection_.shown[0] != 0 && canDisplay;
+    // The player's overlay stays when a transfer follows a playback: its surface is not the cameras'.
+    displayPass_ = selection_.shown[0] != 0 && canDisplay && !fb.isLentOut();
     if (!displayPass_ || firstFrame) {
         return true;
     }

@@ -122,6 +122,22 @@ TEST_F(Playback, KeepsTheRecordingClosedWhilePlaying)
     EXPECT_EQ(panel_.end(), 0);
 }
 
+TEST_F(Playback, LeavesThePlayersOverlayAloneInATransferThatFollows)
+{
+    bringUp();
+    play("clip1.avi");
+    ASSERT_TRUE(awaitStatus(isPlaying));
+    ASSERT_TRUE(panel_.enter(MediaState::kTransfer, {1, 2}));
+    for (int report = 0; report < 5; ++report) {  // some frames each
+        ASSERT_TRUE(panel_.watch().await([](const Status&) { return true; }, Clock::now()))
+            << panel_.output();
+    }
+    EXPECT_TRUE(panel_.running()) << panel_.output();
+    EXPECT_EQ(panel_.output().find("Could not process framebuffer"), std::string::npos);
+    EXPECT_EQ(panel_.end(), 0);
+    EXPECT_EQ(panel_.report().refused(), std::vector<std::string>());
+}
+
 TEST_F(Playback, NeverRunsPartsOfAVideosName)
 {
     bringUp();
