@@ -53,7 +53,7 @@ Queue::Queue(Queue&& other) noexcept
 bool Queue::send(const Frame& frame, Duration patience)
 {
     const timespec deadline = pointInTime(Clock::now() + patience);
-    const auto* text = reinterpret_cast<const char*>(frame.data());
+    const auto* text = frame.empty() ? "" : reinterpret_cast<const char*>(frame.data());
     const bool sent = ::mq_timedsend(handle_, text, frame.size(), 0, &deadline) == 0;
     error_ = sent ? 0 : errno;
     return sent;

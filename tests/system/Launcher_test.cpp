@@ -100,6 +100,20 @@ TEST_F(Launcher, KeepsTheProgramsOwnOptionsAndDashes)
     EXPECT_EQ(support::runToEnd(withoutDashes).output, "--fps -- x\n");
 }
 
+TEST_F(Launcher, AnEmulatorRunsTheProgramWithTheLibraryThatIsGiven)
+{
+    const std::string library = folder_.file("other.so");
+    std::filesystem::copy_file(support::program("libvboard.so"), library);
+    const Command options{"--emulator", "/usr/bin/env  EMULATED=yes", "--library", library};
+    const Outcome outcome = run(options, {"/bin/sh", "-c", "echo $EMULATED $LD_PRELOAD"});
+    EXPECT_EQ(outcome.output.rfind("yes ", 0), 0U) << outcome.output << outcome.error;
+    EXPECT_NE(outcome.output.find(std::filesystem::canonical(library).string()), std::string::npos);
+
+    const Outcome without = run({"--library", "/no/such/library"}, {"/bin/true"});
+    EXPECT_EQ(without.status, 2);
+    EXPECT_NE(without.error.find("/no/such/library"), std::string::npos) << without.error;
+}
+
 struct BadUsage {
     const char* name;
     Command arguments;

@@ -19,9 +19,8 @@ class Rotation : public testing::Test {
 protected:
     std::string generation(int number) const
     {
-        std::array<char, 16> suffix{};
-        std::snprintf(suffix.data(), suffix.size(), ".%02d.avi", number);
-        return panel_.recording() + suffix.data();
+        const std::string digits = std::to_string(number);
+        return panel_.recording() + (number < 10 ? ".0" : ".") + digits + ".avi";
     }
 
     void bringUp(const support::Command& options)

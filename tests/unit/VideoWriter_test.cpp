@@ -84,6 +84,19 @@ TEST_F(WriterFile, TheLimitOfAContinuedRecordingIsOff)
     EXPECT_FALSE(writer_.append) << "left from the file before";
 }
 
+TEST_F(WriterFile, ARecordingBeyondTwoGiBIsTakenForANewOneOrNotWritten)
+{
+    constexpr off_t kThreeGiB = off_t{3} << 30;  // sparse
+    ASSERT_TRUE(support::writeFile(path_, ""));
+    ASSERT_EQ(::truncate(path_.c_str(), kThreeGiB), 0);
+    EXPECT_TRUE(open(path_));
+    EXPECT_EQ(printed_, "File Size: 3221225472\nAppend: 1\n");
+    EXPECT_TRUE(writer_.outputBuffer("b", 1, 0));
+    struct stat status = {};
+    ASSERT_EQ(::stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_size, kThreeGiB + 1);
+}
+
 TEST_F(WriterFile, SomethingElseThanAFileIsContinued)
 {
     EXPECT_FALSE(open(folder_.path()));
