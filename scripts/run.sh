@@ -164,7 +164,7 @@ start_daemon() {
     for ((i = 0; i < 100; i++)); do
         if control status >"$reported" 2>/dev/null; then
             # Somebody has to read all the time, as the device's controller does: a daemon whose queue is full waits.
-            control status --follow >"$reported" 2>/dev/null </dev/null &
+            control status --follow >>"$reported" 2>/dev/null </dev/null &
             follower=$!
             return 0
         fi
@@ -177,16 +177,16 @@ start_daemon() {
 }
 
 check_recording() {
-    local errors facts decoded chunks
+    local errors facts chunks codec width height decoded
     if [[ ! -s $recording ]]; then
         fault "there is no recording at $recording"
         return
     fi
     errors=$(ffmpeg -nostdin -v error -i "$recording" -f null - 2>&1) || errors+=" (ffmpeg failed)"
-    facts=$(ffprobe -v error -count_frames -select_streams v:0 -of csv=p=0:s=' ' \
-        -show_entries stream=codec_name,width,height,nb_read_frames "$recording" 2>&1) || true
-    local codec width height
-    read -r codec width height decoded <<<"$facts" || true
+    facts=$(ffprobe -v error -count_frames -select_streams v:0 -of default=noprint_wrappers=1 \
+        -show_entries stream=codec_name,width,height,nb_read_frames "$recording" 2>&1) || errors+=" (ffprobe failed)"
+    fact() { sed -n "s/^$1=//p" <<<"$facts"; }
+    codec=$(fact codec_name) width=$(fact width) height=$(fact height) decoded=$(fact nb_read_frames)
     chunks=$(pictures)
     echo "ffprobe: $codec, ${width}x$height, $decoded pictures; $chunks in the file; errors: ${errors:-none}"
     [[ $codec == h264 ]] || fault "the recording is not H.264"
