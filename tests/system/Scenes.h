@@ -25,13 +25,6 @@ constexpr int kSlowness = 5;
 #else
 constexpr int kSlowness = 1;
 #endif
-/// A frame rate at which a frame is missed for a reason, and not because the machine had other things to do.
-#if defined(__arm__)
-constexpr const char* kLeisure = "5";
-#else
-constexpr const char* kLeisure = "10";
-#endif
-
 struct Layout {
     const char* cpu;
     int width, height;
