@@ -51,7 +51,7 @@ std::string boardEnvironment(const std::string& folder, const Foreign& foreign, 
                    : "there is no library " + foreign.library +
                          ": build the board for the program's processor";
     }
-    const std::string runtime = own ? VELCAM_SANITIZER_RUNTIME : "";
+    const std::string runtime = VELCAM_SANITIZER_RUNTIME;
     // The dynamic linker splits its list at both, and knows no way around it.
     if ((library + runtime).find_first_of(" :") != std::string::npos) {
         return "cannot preload " + library + ": move it to a path without spaces and colons";

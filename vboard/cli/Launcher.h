@@ -8,8 +8,7 @@
 namespace cli {
 
 /// What makes a process run on the board of a folder: the board's variable, and the preloaded library (behind
-/// a sanitizer's runtime when it is this launcher's own and was built for one). What is wrong, empty when
-/// nothing.
+/// a sanitizer's runtime when this launcher was built for one). What is wrong, empty when nothing.
 std::string boardEnvironment(const std::string& folder, const Foreign& foreign, Environment& environment);
 
 /// Exit status for a program that could not be started, as a shell has it.
