@@ -1,5 +1,6 @@
-// The codec library's interface as some SDK may declare it: the names that the daemon uses, in an order of its own and
-// with members that it does not know. It stands in for a real SDK in the proof that the daemon builds with one.
+// The codec library's interface as some SDK may declare it: the names that the daemon uses, in an order of
+// its own and with members that it does not know. It stands in for a real SDK in the proof that the daemon
+// builds with one.
 #ifndef MADE_UP_SDK_VPU_LIB_H
 #define MADE_UP_SDK_VPU_LIB_H
 
@@ -11,11 +12,7 @@ typedef unsigned char Uint8;
 typedef unsigned long Uint32;
 typedef Uint32 PhysicalAddress;
 
-typedef enum {
-    RETCODE_FRAME_NOT_COMPLETE = -6,
-    RETCODE_FAILURE = -1,
-    RETCODE_SUCCESS = 0
-} RetCode;
+typedef enum { RETCODE_FRAME_NOT_COMPLETE = -6, RETCODE_FAILURE = -1, RETCODE_SUCCESS = 0 } RetCode;
 typedef enum { STD_MPEG4, STD_H263, STD_AVC } CodStd;
 enum { LINEAR_FRAME_MAP, TILED_FRAME_MB_RASTER_MAP, TILED_FIELD_MB_RASTER_MAP };
 typedef enum { ENC_PUT_AVC_HEADER = 40, ENC_SET_INTRA_REFRESH_MODE = 70 } CodecCommand;
@@ -118,9 +115,11 @@ RetCode vpu_SWReset(EncHandle handle, int index);
 RetCode vpu_EncOpen(EncHandle* handle, EncOpenParam* parameters);
 RetCode vpu_EncClose(EncHandle handle);
 RetCode vpu_EncGetInitialInfo(EncHandle handle, EncInitialInfo* info);
-RetCode vpu_EncRegisterFrameBuffer(EncHandle handle, FrameBuffer* buffers, int count, int stride, int sourceStride,
-                                   PhysicalAddress subSampleA, PhysicalAddress subSampleB, EncExtBufInfo* extra);
-RetCode vpu_EncGetBitstreamBuffer(EncHandle handle, PhysicalAddress* reading, PhysicalAddress* writing, Uint32* size);
+RetCode vpu_EncRegisterFrameBuffer(EncHandle handle, FrameBuffer* buffers, int count, int stride,
+                                   int sourceStride, PhysicalAddress subSampleA, PhysicalAddress subSampleB,
+                                   EncExtBufInfo* extra);
+RetCode vpu_EncGetBitstreamBuffer(EncHandle handle, PhysicalAddress* reading, PhysicalAddress* writing,
+                                  Uint32* size);
 RetCode vpu_EncUpdateBitstreamBuffer(EncHandle handle, Uint32 size);
 RetCode vpu_EncStartOneFrame(EncHandle handle, EncParam* parameters);
 RetCode vpu_EncGetOutputInfo(EncHandle handle, EncOutputInfo* info);
