@@ -8,6 +8,7 @@ if [[ ${1:-} == --help ]]; then
     echo "usage: ${0##*/} [CTEST-OPTION...]"
     exit 0
 fi
+mkdir -p build
 readonly build=$PWD/build/arm sysroot=$PWD/build/arm-sysroot cross=arm-linux-gnueabihf
 readonly bin=$build/bin
 
