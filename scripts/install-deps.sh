@@ -15,7 +15,7 @@ readonly needed=(
     g++ cmake ninja-build pkg-config
     libfreetype-dev libx264-dev libyuv-dev libpng-dev
     libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
-    libcli11-dev nlohmann-json3-dev libgtest-dev
+    libcli11-dev nlohmann-json3-dev libgtest-dev libgmock-dev
     ffmpeg fonts-dejavu-core
 )
 readonly wished=(ccache) # only makes building again faster
