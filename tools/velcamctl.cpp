@@ -13,17 +13,18 @@
 #include <system_error>
 #include <vector>
 
+#include "CommandLine.h"
 #include "Protocol.h"
 #include "Queues.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using command_line::kBadUsage;
 using control::Queue;
 
 constexpr int kDone = 0;
 constexpr int kFailed = 1;
-constexpr int kBadUsage = 2;
 
 constexpr Queue::Duration kPatience = 2s;
 constexpr Queue::Duration kListenStep = 200ms;  // how soon the listener sees that it was interrupted
@@ -44,12 +45,7 @@ struct Arguments {
     bool json = false;
 };
 
-struct Verb {
-    const char* name;
-    const char* description;
-    void (*addOptions)(CLI::App& verb, Arguments& arguments);
-    int (*run)(const Arguments& arguments);
-};
+using Verb = command_line::Verb<Arguments>;
 
 int fail(int status, const std::string& text)
 {
@@ -276,39 +272,19 @@ constexpr std::array kVerbs{
     Verb{"listen", "Show every message of the daemon as it comes, until interrupted", addListen, runListen},
 };
 
-/// A parser's message on one line, with what to do.
-std::string usageError(const std::string& verb, const CLI::ParseError& error)
-{
-    std::string text = error.what();
-    std::replace(text.begin(), text.end(), '\n', ' ');
-    return text + "; see velcamctl " + (verb.empty() ? "" : verb + " ") + "--help";
-}
-
 int parseAndRun(int argc, char** argv)
 {
     Arguments arguments;
     CLI::App app{"Drives velcamd over its message queues and shows what it reports.", "velcamctl"};
-    app.set_version_flag("--version", std::string("velcamctl ") + VELCAM_VERSION);
-    app.require_subcommand(1);
-    for (const Verb& verb : kVerbs) {
-        verb.addOptions(*app.add_subcommand(verb.name, verb.description), arguments);
-    }
-    const auto chosen = [&] {
-        return std::find_if(kVerbs.begin(), kVerbs.end(),
-                            [&](const Verb& verb) { return app.got_subcommand(verb.name); });
-    };
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& helpOrVersion) {
-        return app.exit(helpOrVersion);
-    } catch (const CLI::ParseError& error) {
-        const auto* verb = chosen();
-        return fail(kBadUsage, usageError(verb == kVerbs.end() ? "" : verb->name, error));
+    int status = kDone;
+    const Verb* verb = command_line::parse(app, kVerbs, arguments, argc, argv, status);
+    if (verb == nullptr) {
+        return status;
     }
     if (arguments.channels.size() > control::Channels().size()) {
         return fail(kBadUsage, "at most four channels can be chosen; see velcamctl --help");
     }
-    return chosen()->run(arguments);
+    return verb->run(arguments);
 }
 
 }  // namespace

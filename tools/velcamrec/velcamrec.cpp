@@ -1,12 +1,12 @@
 // Judges, mends and searches recordings: what their format leaves out for the sake of surviving anything.
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <exception>
 #include <string>
 
+#include "../CommandLine.h"
 #include "Codec.h"
 #include "Console.h"
 #include "Verbs.h"
@@ -26,12 +26,7 @@ struct Arguments {
     unsigned camera = 0;
 };
 
-struct Verb {
-    const char* name;
-    const char* description;
-    void (*addOptions)(CLI::App& verb, Arguments& arguments);
-    int (*run)(const Arguments& arguments);
-};
+using Verb = command_line::Verb<Arguments>;
 
 void addJson(CLI::App& verb, Arguments& arguments)
 {
@@ -122,39 +117,19 @@ constexpr std::array kVerbs{
     Verb{"grab", "Make a PNG of one picture", addGrab, runGrab},
 };
 
-/// A parser's message on one line, with what to do.
-std::string usageError(const std::string& verb, const CLI::ParseError& error)
-{
-    std::string text = error.what();
-    std::replace(text.begin(), text.end(), '\n', ' ');
-    return text + "; see velcamrec " + (verb.empty() ? "" : verb + " ") + "--help";
-}
-
 int parseAndRun(int argc, char** argv)
 {
     Arguments arguments;
     CLI::App app{"Judges, mends and searches the recordings of velcamd, also while it writes them.",
                  "velcamrec"};
-    app.set_version_flag("--version", std::string("velcamrec ") + VELCAM_VERSION);
-    app.require_subcommand(1);
-    for (const Verb& verb : kVerbs) {
-        verb.addOptions(*app.add_subcommand(verb.name, verb.description), arguments);
-    }
-    const auto chosen = [&] {
-        return std::find_if(kVerbs.begin(), kVerbs.end(),
-                            [&](const Verb& verb) { return app.got_subcommand(verb.name); });
-    };
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& helpOrVersion) {
-        return app.exit(helpOrVersion);
-    } catch (const CLI::ParseError& error) {
-        const auto* verb = chosen();
-        return fail(kBadUsage, usageError(verb == kVerbs.end() ? "" : verb->name, error));
+    int status = 0;
+    const Verb* verb = command_line::parse(app, kVerbs, arguments, argc, argv, status);
+    if (verb == nullptr) {
+        return status;
     }
     recording::catchInterrupt();
     recording::silenceLibrary();
-    return chosen()->run(arguments);
+    return verb->run(arguments);
 }
 
 }  // namespace
