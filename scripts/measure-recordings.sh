@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes a recording of 600 MB with restarts, a kill and a rotation in it, lets velcamrec and players work on it, and
+# Makes a recording of 600 MB, 40 minutes of video, with restarts, a kill and a rotation in it, lets velcamrec and players work on it, and
 # writes what was measured into docs/recordings.md.
 # shellcheck disable=SC2016 # backquotes are for the document, and a dollar in quotes for an inner shell
 set -euo pipefail
@@ -75,7 +75,7 @@ say() {
 # --- the recording
 
 record() {
-    "$bin/vboard" run --board "$work/board" --fps max "$@" -- "$bin/velcamd" >>"$work/velcamd.txt" 2>&1 </dev/null
+    "$bin/vboard" run --board "$work/board" --cpu dual-lite --codec-preset ultrafast --fps max "$@" -- "$bin/velcamd" >>"$work/velcamd.txt" 2>&1 </dev/null
 }
 
 start_daemon() {
@@ -104,7 +104,7 @@ size() {
 
 wait_until() {
     local i
-    for ((i = 0; i < 1200; i++)); do
+    for ((i = 0; i < 6000; i++)); do
         if "$@"; then
             return 0
         fi
@@ -119,22 +119,19 @@ grown_by() {
 }
 
 make_recording() {
-    say "recording two runs"
-    record --frames 1800
-    record --frames 1500
-    cp "$live" "$work/runs.avi"
-    say "repeating them up to about 590 MB"
-    while (($(size "$live") < 575000000)); do
-        tail -c +$((header + 1)) "$work/runs.avi" >>"$live"
+    local run before
+    for run in 1 2 3; do
+        say "recording, run $run of 5"
+        record --frames 20000
+        [[ $run != 1 ]] || cp "$live" "$work/first.avi"
     done
-    say "a run that is killed"
-    local before
+    say "recording, run 4 of 5, which is killed"
     before=$(size "$live")
     start_daemon
-    wait_until grown_by "$before" 3000000
+    wait_until grown_by "$before" 20000000
     end_daemon KILL
     truncate -s -1500 "$live" # what a power cut takes: the end that had not reached the disk
-    say "a run that goes on until the file is rotated"
+    say "recording, run 5 of 5, until the file has been rotated"
     start_daemon
     read_reports &
     reader=$!
@@ -198,9 +195,9 @@ verbs() {
     row '`cut --from 25:00 --to 26:00 -o OUT.mp4`'
     measure "$bin/velcamrec" grab "$file" --at 25:00 -o "$work/grabbed.png" --force
     row '`grab --at 25:00`'
-    measure "$bin/velcamrec" check "$work/runs.avi"
+    measure "$bin/velcamrec" check "$work/first.avi"
     printf '\n`check` on a recording of %s MB takes %s MB of memory: it does not grow with the file.\n' \
-        "$(($(size "$work/runs.avi") / 1000000))" "$(awk "BEGIN { printf \"%.1f\", $peak / 1000 }")"
+        "$(($(size "$work/first.avi") / 1000000))" "$(awk "BEGIN { printf \"%.1f\", $peak / 1000 }")"
 }
 
 # --- seeking
