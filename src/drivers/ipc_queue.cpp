@@ -20,6 +20,10 @@ constexpr mode_t kQueueMode = 0662;
 constexpr unsigned kMessagePriority = 0;
 constexpr useconds_t kRetryPauseUs = 100'000;
 
+/// Packets that may wait to be applied, 6.7 MB. More can only come in a tick while the controller floods the
+/// queue and reads no status; then its frames wait where they are, and it with them.
+constexpr size_t kMostWaiting = 65'536;
+
 using Frame = std::array<char, kFrameBytes>;
 
 mqd_t openQueue(const char* name, int access)
@@ -129,10 +133,10 @@ void ipc_queue::run()
     }
 }
 
-/// One frame, good or dropped. False when there is nothing to receive from now.
+/// One frame, good or dropped. False when there is nothing to receive from, or nowhere to put it, now.
 bool ipc_queue::receiveOne()
 {
-    if (!connected) {
+    if (!connected || pRxQueue->size() >= kMostWaiting) {
         return false;
     }
     Frame frame = {};

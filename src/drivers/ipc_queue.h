@@ -18,7 +18,7 @@
 ///           queue is not owned and must outlive the endpoint.
 /// Errors:   a queue that cannot be opened is named on standard output and leaves the endpoint unconnected
 ///           for good. Receive errors are silent and tried again after 100 ms; frames without their trailer
-///           are dropped.
+///           are dropped. When 65536 packets wait to be taken, no more are received until some are.
 class ipc_queue : public AThread {
 public:
     ipc_queue(const char* rxName, const char* txName, bool serverMode, SharedQueue<IPCQ_PACKET>& rxQueue);

@@ -220,6 +220,25 @@ TEST_F(IpcQueue, AcceptsFramesWithoutTheirTrailerOrStopsAtThem)
     EXPECT_TRUE(packets_.empty());
 }
 
+TEST_F(IpcQueue, MemoryGrowsWithoutEndWhenNobodyTakesPackets)
+{
+    constexpr size_t kMostWaiting = 65'536;
+    for (size_t i = 1; i < kMostWaiting; ++i) {
+        packets_.push({});
+    }
+    const auto endpoint = listen();
+    send("MB\x14\x01\x01\r\n");
+    send("MB\x15\x01\x01\r\n");
+    ASSERT_TRUE(waitUntil([&] { return packets_.size() == kMostWaiting; }));
+    EXPECT_EQ(waiting(toEndpoint_), 1);
+
+    IPCQ_PACKET packet;
+    while (packets_.pop(packet) && packet.id == 0) {
+    }
+    EXPECT_EQ(packet.id, 20);
+    EXPECT_EQ(received().id, 21) << "what waited is not lost";
+}
+
 TEST_F(IpcQueue, MakesQueuesOfAnotherSizeOrMode)
 {
     const mode_t mask = umask(0);
