@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <limits>
 
@@ -181,7 +182,7 @@ void SysManager::runVmgr()
 {
     using Clock = std::chrono::steady_clock;  // real time that nobody sets back
     const Clock::time_point begin = Clock::now();
-    int passes = 0;
+    unsigned long long passes = 0;  // an int has room for little more than two years of them
     while (!sys.core.exitApplication) {
         ++passes;
         if (!framePass()) {
@@ -191,7 +192,7 @@ void SysManager::runVmgr()
     const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
     constexpr float kMicrosecondsPerSecond = 1000000.0F;
     const float seconds = static_cast<float>(elapsed.count()) / kMicrosecondsPerSecond;
-    std::printf("Encoded %d Frames in %0.4f Seconds\n", passes, static_cast<double>(seconds));
+    std::printf("Encoded %llu Frames in %0.4f Seconds\n", passes, static_cast<double>(seconds));
     const float rate = seconds > 0 ? static_cast<float>(passes) / seconds : 0;
     std::printf("FPS %.2f\n", static_cast<double>(rate));
 }
@@ -228,6 +229,7 @@ void SysManager::controlPass()
     if (ctr % kSecondTicks == 0) {
         saveBitrate();
         vmgr->videoPlaybackStatus();
+        followTimeZone();
     }
     ++ctr;
     if (ctr >= kCheckTicks) {
@@ -327,6 +329,13 @@ void SysManager::saveBitrate()
     const std::string text = std::to_string(sys.media.cam.cfgBitrate);
     sys.media.cfgChanged = false;
     dfn.writeFileContents(bitrateFile(), text, false);  // if it fails, the next selection tries again
+}
+
+/// localtime_r, by which clock and log go, stays with the zone that it found first. Looked at here, so that the frame
+/// loop neither asks the file system nor allocates for its clock.
+void SysManager::followTimeZone()
+{
+    tzset();  // NOLINT(concurrency-mt-unsafe): it locks; nobody here changes the environment
 }
 
 void SysManager::limitRecordingFile()

@@ -75,6 +75,7 @@ private:
     void enterTransfer();
     void clearSelection();
     void saveBitrate();
+    void followTimeZone();
     void limitRecordingFile();
 
     /// Renames `path` to `path` + ".00.avi" after moving each older generation up by one and removing number

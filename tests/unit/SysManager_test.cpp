@@ -11,6 +11,7 @@
 #include <chrono>
 #include <climits>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -362,6 +363,24 @@ TEST_F(Control, LosesASelectedBitrateOrSavesItOverAndOver)
     write("config/bitrate", "kept");
     passes(10);
     EXPECT_EQ(bitrateText(), "kept");
+}
+
+TEST_F(Control, TheClockStaysWithTheZoneItFoundFirst)
+{
+    const auto hourAtNoon = [] {
+        constexpr time_t kNoon = 43200;
+        std::tm local = {};
+        ::localtime_r(&kNoon, &local);
+        return local.tm_hour;
+    };
+    ::setenv("TZ", "UTC", 1);
+    passes(10);
+    EXPECT_EQ(hourAtNoon(), 12);
+    ::setenv("TZ", "ABC-02", 1);
+    passes(10);
+    EXPECT_EQ(hourAtNoon(), 14);
+    ::unsetenv("TZ");
+    passes(10);
 }
 
 constexpr std::chrono::seconds kPatience{10};

@@ -111,6 +111,27 @@ protected:
     Reference reference_;
 };
 
+TEST(YuvText, TheYearsEndOrAnotherZoneIsShownWrong)
+{
+    struct Case {
+        const char* zone;
+        time_t now;
+        const char* text;
+    };
+    constexpr Case kCases[] = {
+        {"UTC", 1798761599, "12/31/26 23:59:59"},    {"UTC", 1798761600, "01/01/27 00:00:00"},
+        {"XYZ-02", 1798761599, "01/01/27 01:59:59"}, {"XYZ+02", 1798761600, "12/31/26 22:00:00"},
+        {"UTC", 1835395200, "02/29/28 00:00:00"},    {"UTC", 0, "01/01/70 00:00:00"},
+        {"UTC", 2147483647, "01/19/38 03:14:07"}};
+    for (const Case& one : kCases) {
+        ::setenv("TZ", one.zone, 1);
+        ::tzset();
+        EXPECT_EQ(Text::clock(20, one.now), one.text) << one.zone;
+    }
+    ::unsetenv("TZ");
+    ::tzset();
+}
+
 TEST(YuvText, AFontThatCannotBeLoadedIsDrawnWith)
 {
     const support::Folder folder;
