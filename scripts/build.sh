@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 if [[ ${1:-} == --help ]]; then
-    echo "usage: ${0##*/} [PRESET [TARGET...]]    presets: release (default), dev, clang, asan, tsan"
+    echo "usage: ${0##*/} [PRESET [TARGET...]]    presets: release (default), dev, clang, asan, tsan, fuzz"
     exit 0
 fi
 readonly preset=${1:-release}

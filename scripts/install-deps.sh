@@ -3,21 +3,27 @@
 set -euo pipefail
 
 if [[ ${1:-} == --help ]]; then
-    echo "usage: ${0##*/}    installs the missing Debian packages, as root or through sudo without a password"
+    echo "usage: ${0##*/} [--fuzz]    installs the missing Debian packages, as root or through sudo without a password"
+    echo "    --fuzz    also the compiler that brings the fuzzer"
     exit 0
 fi
-if (($# > 0)); then
-    echo "${0##*/}: takes no arguments; see --help" >&2
-    exit 2
-fi
 
-readonly needed=(
+needed=(
     g++ cmake ninja-build pkg-config
     libfreetype-dev libx264-dev libyuv-dev libpng-dev
     libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
     libcli11-dev nlohmann-json3-dev libgtest-dev libgmock-dev
     ffmpeg fonts-dejavu-core
 )
+if [[ ${1:-} == --fuzz ]]; then
+    needed+=(clang libclang-rt-dev)
+    shift
+fi
+readonly needed
+if (($# > 0)); then
+    echo "${0##*/}: takes no arguments but --fuzz; see --help" >&2
+    exit 2
+fi
 readonly wished=(ccache) # only makes building again faster
 
 missing() {

@@ -122,7 +122,7 @@ bool parseOccurrence(std::string text, Fault& fault)
 template <size_t Size>
 bool store(char (&target)[Size], const std::string& text)
 {
-    if (text.empty() || text.size() >= Size) {
+    if (text.empty() || text.size() >= Size || text.find('\0') != std::string::npos) {
         return false;
     }
     std::memcpy(target, text.c_str(), text.size() + 1);
@@ -184,7 +184,7 @@ std::string FaultPlan::add(const std::string& rule) const
     Fault& fault = state_.faults[state_.faultCount];
     if (!store(fault.call, rule.substr(0, at)) ||
         !store(fault.target, rule.substr(at + 1, occurrence - at - 1))) {
-        return "the call or the target of fault '" + rule + "' is empty or too long";
+        return "the call or the target of fault '" + rule + "' is empty, too long or no text";
     }
     if (!parseOccurrence(rule.substr(occurrence + 1, error - occurrence - 1), fault)) {
         return "the occurrence of fault '" + rule + "' is neither N, N+ nor *";
