@@ -138,9 +138,14 @@ bool Panel::awaitUp()
     return false;
 }
 
-std::optional<int> Panel::end(Duration limit)
+void Panel::interrupt()
 {
     launcher_->signal(SIGINT);
+}
+
+std::optional<int> Panel::end(Duration limit)
+{
+    interrupt();
     return awaitEnd(limit);
 }
 

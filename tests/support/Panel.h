@@ -82,6 +82,7 @@ public:
                Reader reader = Reader::kWatch);
     /// Waits until the daemon reports; false when it ended or did not come up.
     bool awaitUp();
+    void interrupt();
     /// Interrupts the daemon and waits for its end: its exit status, nothing when it hangs.
     std::optional<int> end(Duration limit = kGenerous);
     /// Waits for an end that comes by itself.

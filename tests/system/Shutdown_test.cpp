@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <random>
 #include <regex>
+#include <thread>
 
 #include "Scenes.h"
 
@@ -114,6 +116,47 @@ TEST(Endings, ADaemonWhoseCameraFailsTwiceEndsWithItsRecordingWhole)
     EXPECT_NE(output.find(message, first + 1), std::string::npos) << output;
     EXPECT_NE(output.find("FPS "), std::string::npos);
     EXPECT_TRUE(support::readRecording(panel.recording()).wellFormed);
+}
+
+/// Runs that are interrupted at any instant of the start, of the work and of a change of state, once or
+/// twice.
+TEST(Endings, AnInterruptAtSomeInstantHangsTheDaemonOrTearsTheRecording)
+{
+    const int runs = scenes::isLong() ? 300 : 10;
+    constexpr unsigned kLongest = 500'000;  // us: past the start
+    constexpr int kKilledByInterrupt = 130;
+    const MediaState states[] = {MediaState::kIdle, MediaState::kCamera, MediaState::kBackup,
+                                 MediaState::kTransfer};
+    std::minstd_rand random(11);
+    Panel panel;
+    int beforeItsHandler = 0;
+    for (int run = 0; run < runs; ++run) {
+        SCOPED_TRACE("run " + std::to_string(run));
+        panel.start(
+            {"--cpu", run % 2 == 0 ? "dual-lite" : "quad", "--fps", "max", "--codec-preset", "ultrafast"});
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % (kLongest * scenes::kSlowness)));
+        panel.request(
+            control::stateRequest(states[random() % std::size(states)], {1, 2}));  // it may not be up yet
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % kLongest));
+        panel.interrupt();
+        if (random() % 2 == 0) {
+            panel.interrupt();
+        }
+        const auto status = panel.awaitEnd();
+        ASSERT_TRUE(status == 0 || status == kKilledByInterrupt) << panel.output() << panel.errors();
+        beforeItsHandler += status == 0 ? 0 : 1;
+        if (status == 0) {
+            EXPECT_EQ(panel.report().live(), std::vector<std::string>());
+            EXPECT_EQ(panel.report().refused(), std::vector<std::string>());
+        }
+        const bool written = std::filesystem::exists(panel.recording());
+        ASSERT_TRUE(!written || support::readRecording(panel.recording()).wellFormed);
+        std::error_code none;  // the next run begins without one
+        std::filesystem::remove(panel.recording(), none);
+    }
+    std::printf("%d runs, %d of them interrupted before the daemon was ready for it\n", runs,
+                beforeItsHandler);
+    EXPECT_LT(beforeItsHandler, runs);
 }
 
 TEST(Endings, ACameraThatFailsOnceDoesNotEndTheDaemon)

@@ -7,7 +7,10 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <memory>
+#include <random>
+#include <stdexcept>
 #include <string>
 
 #include "Stdout.h"
@@ -248,6 +251,147 @@ TEST(AThread, AThreadOutlivesAnObjectThatReaps)
     blocking->stop();
     blocking.reset();
     EXPECT_TRUE(unwound) << "cancelled before, and not waited for";
+}
+
+/// Opens a window in each round of its work, as the daemon's bodies do.
+class Working : public Worker {
+public:
+    ~Working() override { reap(); }
+
+    void run() override
+    {
+        const Trace trace(unwound);
+        const CancelShield shield;
+        enter();
+        while (!haltThread) {
+            const std::string work(40, 'w');  // more than a string holds without memory of its own
+            const CancelWindow window;
+            ::usleep(50);
+        }
+    }
+};
+
+bool isLong()
+{
+    const char* value = std::getenv("VELCAM_LONG");  // NOLINT(concurrency-mt-unsafe): nobody sets it
+    return value != nullptr && std::string(value) == "1";
+}
+
+TEST(AThread, AnOrderOfHaltStopAndEndHangsOrLeavesTheThread)
+{
+    const int cycles = isLong() ? 20'000 : 1'000;
+    constexpr unsigned kLongest = 150;  // us: bodies are met before, in and after their work
+    std::minstd_rand random(3);
+    const unit::Stdout output;
+    for (int cycle = 0; cycle < cycles; ++cycle) {
+        std::unique_ptr<Worker> worker;
+        switch (cycle % 3) {
+            case 0:
+                worker = std::make_unique<Polling>();
+                break;
+            case 1:
+                worker = std::make_unique<Blocking>();
+                break;
+            default:
+                worker = std::make_unique<Working>();
+        }
+        worker->start();
+        ASSERT_TRUE(worker->isInit()) << "cycle " << cycle;
+        for (unsigned step = random() % 4; step > 0; --step) {
+            ::usleep(static_cast<useconds_t>(random() % kLongest));
+            random() % 2 == 0 ? worker->sendHalt() : worker->stop();
+        }
+        // A cancel cannot end a body that only polls.
+        worker->sendHalt();
+        if (random() % 2 == 0) {
+            worker->reap();
+            EXPECT_TRUE(worker->collected());
+        }
+    }
+}
+
+/// Throws behind its shield and handles that, while the test cancels it at one of three instants.
+class Throwing : public Worker {
+public:
+    enum class Instant { kBeforeTheThrow, kWhileUnwinding, kInTheHandler };
+
+    explicit Throwing(Instant instant) : instant_(instant) {}
+    ~Throwing() override { reap(); }
+
+    void run() override
+    {
+        const Trace trace(unwound);
+        const CancelShield shield;
+        enter();
+        try {
+            const Unwinding unwinding(*this);
+            meet(Instant::kBeforeTheThrow);
+            throw std::length_error("basic_string::append");
+        } catch (const std::length_error&) {
+            meet(Instant::kInTheHandler);
+            handled = true;
+        }
+        const CancelWindow window;
+        ::pause();
+    }
+
+    std::atomic<bool> waiting{false};
+    std::atomic<bool> cancelled{false};
+    std::atomic<bool> handled{false};
+
+private:
+    struct Unwinding {
+        explicit Unwinding(Throwing& body) : body_(body) {}
+        ~Unwinding() { body_.meet(Instant::kWhileUnwinding); }
+        Unwinding(const Unwinding&) = delete;
+        Unwinding& operator=(const Unwinding&) = delete;
+        Throwing& body_;
+    };
+
+    void meet(Instant instant)
+    {
+        if (instant != instant_) {
+            return;
+        }
+        waiting = true;
+        while (!cancelled) {
+            ::usleep(50);  // where an unshielded body would be cancelled
+        }
+    }
+
+    Instant instant_;
+};
+
+TEST(CancelWindow, AnExceptionAndACancelTogetherEndTheProcessOrLoseEither)
+{
+    for (const auto instant : {Throwing::Instant::kBeforeTheThrow, Throwing::Instant::kWhileUnwinding,
+                               Throwing::Instant::kInTheHandler}) {
+        Throwing worker(instant);
+        worker.start();
+        ASSERT_TRUE(support::waitUntil([&] { return worker.waiting.load(); }));
+        worker.stop();
+        worker.cancelled = true;
+        worker.reap();
+        EXPECT_TRUE(worker.handled);
+        EXPECT_TRUE(worker.unwound);
+    }
+}
+
+TEST(AThread, AnExceptionThatNobodyHandlesLeavesADaemonWithoutItsThread)
+{
+    class Failing : public Worker {
+    public:
+        ~Failing() override { reap(); }
+        void run() override { throw std::length_error("basic_string::append"); }
+    };
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_DEATH(
+        {
+            Failing worker;
+            worker.start();
+            ::pause();
+        },
+        "basic_string::append");
 }
 
 }  // namespace
