@@ -2,9 +2,12 @@
 #include <gtest/gtest.h>
 #include <mqueue.h>
 
+#include <atomic>
 #include <random>
+#include <thread>
 
 #include "Scenes.h"
+#include "board/Board.h"
 
 namespace {
 
@@ -173,6 +176,105 @@ TEST_F(BadInput, AnythingOnTheQueueIsSurvived)
     }
     EXPECT_TRUE(followsRequests()) << panel_.output();
     EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+}
+
+/// Sends random frames as fast as the queue takes them, for as long as it lives.
+class Flood {
+public:
+    explicit Flood(const std::string& queue) : thread_([this, queue] { send(queue); }) {}
+    ~Flood()
+    {
+        stop_ = true;
+        thread_.join();
+    }
+    Flood(const Flood&) = delete;
+    Flood& operator=(const Flood&) = delete;
+    Flood(Flood&&) = delete;
+    Flood& operator=(Flood&&) = delete;
+
+    unsigned long sent() const { return sent_; }
+
+private:
+    void send(const std::string& name)
+    {
+        const mqd_t queue = ::mq_open(name.c_str(), O_WRONLY | O_CLOEXEC);
+        while (!stop_) {
+            const control::Frame frame = next();
+            timespec soon = {};
+            ::clock_gettime(CLOCK_REALTIME, &soon);
+            ++soon.tv_sec;  // so that a daemon that receives no more does not keep the test from its end
+            const auto* bytes = reinterpret_cast<const char*>(frame.data());
+            sent_ += ::mq_timedsend(queue, bytes, frame.size(), 0, &soon) == 0 ? 1U : 0U;
+        }
+        ::mq_close(queue);
+    }
+
+    /// Any bytes, or a packet of the protocol that asks for anything but an end of the recording.
+    control::Frame next()
+    {
+        control::Frame frame(random_() % (control::kFrameMax + 1));
+        for (uint8_t& byte : frame) {
+            byte = static_cast<uint8_t>(random_());
+        }
+        if (frame.size() > control::kFrameMin && random_() % 2 == 0) {
+            frame[2] = static_cast<uint8_t>(16 + random_() % 6);
+            const bool ends = frame[4] == static_cast<uint8_t>(MediaState::kPlay) ||
+                              frame[4] == static_cast<uint8_t>(MediaState::kTransfer);
+            frame[4] = ends ? uint8_t{0} : frame[4];
+            frame[frame.size() - 2] = '\r';
+            frame[frame.size() - 1] = '\n';
+        }
+        return frame;
+    }
+
+    std::minstd_rand random_{7};
+    std::atomic<bool> stop_{false};
+    std::atomic<unsigned long> sent_{0};
+    std::thread thread_;
+};
+
+/// A busy machine costs frames too, so stretches with the flood alternate with quiet ones: a daemon that
+/// cannot bear it drops frames in each of the former.
+TEST_F(BadInput, AFloodOfPacketsCostsAFrame)
+{
+    constexpr int kStretches = 6;
+    constexpr uint64_t kStretch = 60;  // frames
+    const int rate = 30 / scenes::kSlowness;
+    panel_.start({"--codec-preset", "ultrafast", "--fps", std::to_string(rate)});
+    ASSERT_TRUE(panel_.awaitUp()) << panel_.output() << panel_.errors();
+    const board::Board board(panel_.board());
+    ASSERT_TRUE(board.usable());
+    const auto& camera = board.state().cameras[0];
+    const auto dropped = [&] {
+        const uint64_t begin = camera.delivered + camera.dropped;
+        const uint64_t before = camera.dropped;
+        EXPECT_TRUE(
+            support::waitUntil([&] { return camera.delivered + camera.dropped >= begin + kStretch; }));
+        return camera.dropped - before;
+    };
+    uint64_t quiet = 0;
+    uint64_t flooded = 0;
+    unsigned long sent = 0;
+    for (int stretch = 0; stretch < kStretches; ++stretch) {
+        quiet = dropped();
+        const uint64_t encoded = board.state().framesEncoded;
+        const Flood flood(panel_.queueName(control::kRequestQueue));
+        flooded = dropped();
+        sent = flood.sent();
+        EXPECT_GT(board.state().framesEncoded, encoded) << "the recording stopped";
+        if (flooded == 0) {
+            break;
+        }
+    }
+    std::printf("%lu packets beside %lu frames\n", sent, static_cast<unsigned long>(kStretch));
+    EXPECT_GT(sent, kStretch * 10) << "no flood";
+    EXPECT_TRUE(followsRequests()) << panel_.output();
+    EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    EXPECT_TRUE(support::readRecording(panel_.recording()).wellFormed);
+    if (flooded != 0 && quiet != 0) {
+        GTEST_SKIP() << "this machine is too busy for " << rate << " frames per second without a flood, too";
+    }
+    EXPECT_EQ(flooded, 0U);
 }
 
 TEST_F(BadInput, AMalformedCameraStatusIsSurvived)
