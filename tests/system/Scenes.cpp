@@ -1,5 +1,9 @@
 #include "Scenes.h"
 
+#include <ft2build.h>
+#include FT_FREETYPE_H
+
+#include <limits>
 #include <optional>
 
 namespace scenes {
@@ -104,6 +108,86 @@ int cameraIn(const support::Png& picture, const Rectangle& pane)
 {
     const auto shown = support::shownIn(picture.luma(), pane);
     return shown ? shown->camera : 0;
+}
+
+namespace {
+
+/// The clock's glyphs, which stand side by side, each centred in the band.
+class ClockReader {
+public:
+    explicit ClockReader(const std::string& font)
+    {
+        usable_ = FT_Init_FreeType(&library_) == 0 && FT_New_Face(library_, font.c_str(), 0, &face_) == 0 &&
+                  FT_Set_Pixel_Sizes(face_, 0, kSize) == 0;
+    }
+    ~ClockReader() { FT_Done_FreeType(library_); }
+    ClockReader(const ClockReader&) = delete;
+    ClockReader& operator=(const ClockReader&) = delete;
+    ClockReader(ClockReader&&) = delete;
+    ClockReader& operator=(ClockReader&&) = delete;
+
+    std::string read(const support::Luma& picture)
+    {
+        std::string text;
+        int x = 0;
+        for (const char* form = "00/00/00 00:00:00"; usable_ && *form != '\0'; ++form) {
+            const char best = *form == '0' ? digitAt(picture, x) : *form;
+            text += best;
+            x += best == ' ' ? kSize : widthOf(best) + 2 * kSideMargin;
+        }
+        return text;
+    }
+
+private:
+    static constexpr int kSize = 25, kTopMargin = 3, kSideMargin = 2;  // pixels
+
+    const FT_Bitmap& glyph(char character)
+    {
+        FT_Load_Char(face_, static_cast<FT_ULong>(character), FT_LOAD_RENDER);
+        return face_->glyph->bitmap;
+    }
+    int widthOf(char character) { return static_cast<int>(glyph(character).width); }
+
+    char digitAt(const support::Luma& picture, int x)
+    {
+        char best = '?';
+        double least = std::numeric_limits<double>::max();
+        for (char digit = '0'; digit <= '9'; ++digit) {
+            const double difference = differenceFrom(glyph(digit), picture, x + kSideMargin);
+            if (difference < least) {
+                least = difference;
+                best = digit;
+            }
+        }
+        return best;
+    }
+
+    /// For each pixel of the glyph and its margin to the right, which is black.
+    static double differenceFrom(const FT_Bitmap& glyph, const support::Luma& picture, int left)
+    {
+        const int rows = static_cast<int>(glyph.rows);
+        const int width = static_cast<int>(glyph.width);
+        const int top = (kSize - rows) / 2 + kTopMargin;
+        double sum = 0;
+        for (int y = 0; y < rows; ++y) {
+            for (int x = 0; x < width + kSideMargin; ++x) {
+                const int ink = x < width ? glyph.buffer[y * glyph.pitch + x] : 0;
+                sum += std::abs(ink - picture.at(left + x, top + y));
+            }
+        }
+        return sum / (rows * (width + kSideMargin));
+    }
+
+    FT_Library library_ = nullptr;
+    FT_Face face_ = nullptr;
+    bool usable_ = false;
+};
+
+}  // namespace
+
+std::string readClock(const support::Luma& picture, const std::string& font)
+{
+    return ClockReader(font).read(picture);
 }
 
 Reading readUnbroken(const std::string& file, const Layout& layout)

@@ -48,6 +48,10 @@ constexpr int kBackupX = 115, kBackupY = 40;  ///< where the backup camera stand
 /// The number of the camera shown there, 0 for none.
 int cameraIn(const support::Png& picture, const support::Rectangle& pane);
 
+/// The date and time in a recorded picture, as "12/31/26 23:59:59", by the font that they were drawn with;
+/// empty without the font.
+std::string readClock(const support::Luma& picture, const std::string& font);
+
 /// What was seen of a recording.
 struct Reading {
     std::string fault;  ///< the first thing that was wrong, empty when nothing was
