@@ -1,0 +1,161 @@
+#!/usr/bin/env bash
+# Runs the daemon on a virtual board for long, as fast as the cameras deliver, with its recording rotated again and again,
+# and fails when memory, descriptors, threads or the disk grow. The last line is for machines.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+usage() {
+    cat <<END
+usage: ${0##*/} [--preset PRESET] [SECONDS | --day]
+
+Runs for SECONDS (default 40), or until a day of video at 30 frames per second is recorded. A recording needs hours to
+reach the size at which it is rotated, so this script extends it, by a hole in the file, each time a frame has
+reached it: there is a rotation about every six seconds. Meanwhile the states change.
+END
+}
+
+preset=release
+seconds=40
+frames=0
+while (($# > 0)); do
+    case $1 in
+        --help) usage; exit 0 ;;
+        --preset) preset=${2:?"--preset takes a name; see --help"}; shift ;;
+        --day) frames=$((24 * 3600 * 30)); seconds=0 ;;
+        *)
+            if [[ ! $1 =~ ^[1-9][0-9]*$ ]]; then
+                echo "${0##*/}: '$1' is no number of seconds; see --help" >&2
+                exit 2
+            fi
+            seconds=$1
+            ;;
+    esac
+    shift
+done
+
+readonly bin=$PWD/build/$preset/bin
+readonly limit=600000000            # bytes: from here on a recording is rotated
+readonly most_generations=31        # besides the live file
+readonly settled=10                 # seconds until everything is in use that ever will be
+readonly memory_growth=4096         # kB that may be found later all the same
+folder=$(mktemp -d)
+readonly folder
+readonly recordings=$folder/board/root/velmarine/f/camrecord
+board=
+reader=
+
+finish() {
+    [[ -z $board ]] || kill -INT "$board" 2>/dev/null || true
+    wait
+    [[ -z $reader ]] || kill "$reader" 2>/dev/null || true
+    rm -rf "$folder"
+}
+trap finish EXIT
+
+fail() {
+    echo "${0##*/}: $*" >&2
+    exit 1
+}
+
+child_of() {
+    local -a children=()
+    read -r -a children <"/proc/$1/task/$1/children" || true # the line has no end
+    ((${#children[@]} > 0)) && echo "${children[0]}"
+}
+
+start() {
+    local options=()
+    ((frames == 0)) || options=(--frames "$frames")
+    "$bin/vboard" run --board "$folder/board" --cpu dual-lite --fps max --codec-preset ultrafast \
+        --report "$folder/report" "${options[@]}" -- "$bin/velcamd" \
+        >"$folder/output" 2>&1 &
+    board=$!
+    local tries
+    for ((tries = 0; tries < 300; ++tries)); do
+        daemon=$(child_of "$board") && [[ $(cat "/proc/$daemon/comm") == velcamd && -s $recordings/cam.avi ]] && break
+        kill -0 "$board" 2>/dev/null || fail "the daemon did not start: $(tail -n 3 "$folder/output")"
+        sleep 0.1
+    done
+    [[ -n ${daemon:-} ]] || fail "the daemon does not record"
+    # As a controller would: nobody is kept waiting by a full queue.
+    "$bin/vboard" attach --board "$folder/board" -- "$bin/velcamctl" status --follow >/dev/null 2>&1 &
+    reader=$!
+}
+
+control() {
+    timeout 10 "$bin/vboard" attach --board "$folder/board" -- "$bin/velcamctl" "$@" >/dev/null 2>&1 || true
+}
+
+# Keeps least and most of a measure.
+note() {
+    local -n least=$1_least most=$1_most
+    ((least < 0 || $2 < least)) && least=$2
+    (($2 > most)) && most=$2
+    return 0
+}
+rss_least=-1 rss_most=-1 fds_least=-1 fds_most=-1 threads_least=-1 threads_most=-1 disk_least=-1 disk_most=-1
+files_least=-1 files_most=-1
+
+measure() {
+    local status
+    status=$(cat "/proc/$daemon/status" 2>/dev/null) || return 0
+    # Resident memory without the board's own, which is shared with it.
+    note rss "$(awk '/^RssAnon/ { print $2 }' <<<"$status")"
+    note threads "$(awk '/^Threads/ { print $2 }' <<<"$status")"
+    note fds "$(find "/proc/$daemon/fd" -mindepth 1 2>/dev/null | wc -l)"
+    note disk "$(du -sk "$recordings" | cut -f 1)"
+    note files "$(find "$recordings" -type f | wc -l)"
+}
+
+rotations=0
+enlarge() {
+    local size
+    size=$(stat -c %s "$recordings/cam.avi" 2>/dev/null) || return 0
+    # A file of this size has not been rotated yet.
+    if ((size > 2000 && size < limit)); then
+        truncate -s "+$limit" "$recordings/cam.avi"
+        rotations=$((rotations + 1))
+    fi
+}
+
+exercise() {
+    local -r states=("camera 1 2" "camera 1" "backup 2" "idle" "transfer 1" "camera 2")
+    # shellcheck disable=SC2086 # words on purpose
+    control state ${states[$(($1 % ${#states[@]}))]}
+}
+
+main() {
+    [[ -x $bin/velcamd ]] || scripts/build.sh "$preset" velcamd vboard velcamctl >/dev/null
+    start
+    local -r began=$SECONDS
+    local passes=0
+    while kill -0 "$board" 2>/dev/null && ((seconds == 0 || SECONDS - began < seconds)); do
+        enlarge
+        ((passes % 5 == 0)) && exercise $((passes / 5))
+        ((SECONDS - began < settled)) || measure
+        passes=$((passes + 1))
+        sleep 1
+    done
+    kill -INT "$board" 2>/dev/null || true
+    local status=0
+    wait "$board" || status=$?
+    board=
+    ((status == 0)) || fail "the daemon ended with status $status: $(tail -n 3 "$folder/output")"
+    judge $((SECONDS - began))
+}
+
+judge() {
+    local encoded verdict=ok
+    encoded=$(sed -n 's/.*"framesEncoded": \([0-9]*\).*/\1/p' "$folder/report")
+    ((rss_most - rss_least <= memory_growth)) || verdict=memory
+    ((fds_most - fds_least <= 2)) || verdict=descriptors # a log line or a status file may be open at that instant
+    ((threads_most == threads_least)) || verdict=threads
+    ((files_most <= most_generations + 1)) || verdict=files
+    ((encoded > 0 && rotations > 0)) || verdict=nothing
+    echo "soak: verdict=$verdict seconds=$1 frames=$encoded video_s=$((encoded / 30)) rotations=$rotations" \
+        "rss_kb=$rss_least-$rss_most fds=$fds_least-$fds_most threads=$threads_least-$threads_most" \
+        "files=$files_most disk_kb=$disk_most"
+    [[ $verdict == ok ]]
+}
+
+main
