@@ -35,6 +35,8 @@ constexpr uint32_t kPanelHeight = 600;
 
 enum class Cpu : uint32_t { kDualLite = 0x61, kQuad = 0x63 };
 enum class SourceKind : uint32_t { kNone, kPattern, kPipe };
+/// Idle devices check every call and answer it at once, but move no pixels: what a program costs by itself.
+enum class Devices : uint32_t { kWorking, kIdle };
 
 /// Room for names, with their ends.
 constexpr size_t kDeviceNameBytes = 20;
@@ -102,7 +104,7 @@ struct State {
     uint64_t epochUs;  ///< monotonic time of frame instant 0
 
     std::atomic<uint32_t> lock;  ///< thread id of the holder, 0 when free
-    uint32_t reserved;
+    Devices devices;
 
     std::array<Allocation, 256> allocations;
     std::array<Framebuffer, kFramebuffers> framebuffers;

@@ -25,10 +25,19 @@ public:
     }
 };
 
+/// Leaves in the buffer whatever is there.
+class IdleSource : public PictureSource {
+public:
+    bool draw(uint64_t /*frameNumber*/, uint8_t* /*nv12*/) override { return true; }
+};
+
 }  // namespace
 
 std::unique_ptr<PictureSource> makePictureSource(const Board& board, uint32_t camera)
 {
+    if (board.state().devices == Devices::kIdle) {
+        return std::make_unique<IdleSource>();
+    }
     const SourceKind kind = camera < kCameras ? board.state().cameras[camera].kind : SourceKind::kNone;
     switch (kind) {
         case SourceKind::kPattern:

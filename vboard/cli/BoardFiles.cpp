@@ -166,6 +166,7 @@ std::string describe(const BoardOptions& options, board::Board& made)
     state.frameRateMilli = options.frameRateMilli;
     state.frameLimit = options.frameLimit;
     state.codecThreads = options.codecThreads;
+    state.devices = options.devices;
     const size_t length = std::min(options.codecPreset.size(), sizeof(state.codecPreset) - 1);
     options.codecPreset.copy(state.codecPreset, length);
     for (size_t i = 0; i < board::kCameras; ++i) {

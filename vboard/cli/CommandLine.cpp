@@ -80,6 +80,7 @@ struct Texts {
     std::string cpu = "quad";
     std::vector<std::string> cameras;
     std::string frameRate = "30";
+    std::string devices = "working";
     bool notMounted = false;
 };
 
@@ -89,6 +90,7 @@ std::string understand(const Texts& texts, RunRequest& request)
     BoardOptions& board = request.board;
     board.cpu = texts.cpu == "quad" ? board::Cpu::kQuad : board::Cpu::kDualLite;
     board.mounted = !texts.notMounted;
+    board.devices = texts.devices == "idle" ? board::Devices::kIdle : board::Devices::kWorking;
     for (const std::string& camera : texts.cameras) {
         std::string wrong = takeCamera(camera, board);
         if (!wrong.empty()) {
@@ -197,6 +199,10 @@ void Grammar::describeRun()
         ->capture_default_str();
     run.add_option("--codec-threads", board.codecThreads, "Threads of the encoder")
         ->check(CLI::Range(1, 64))
+        ->capture_default_str();
+    run.add_option("--devices", texts.devices,
+                   "working, or idle: every call is checked and answered at once, no pixels are moved")
+        ->check(CLI::IsMember({"working", "idle"}))
         ->capture_default_str();
     run.add_flag("--no-mount", texts.notMounted, "The recording directory is not mounted");
     run.add_option("--report", toRun.report, "Write a report of the run as JSON");

@@ -32,6 +32,7 @@ struct BoardOptions {
     std::vector<std::string> faults;
     std::string codecPreset = "superfast";
     uint32_t codecThreads = 1;
+    board::Devices devices = board::Devices::kWorking;
     bool mounted = true;
 };
 

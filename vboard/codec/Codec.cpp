@@ -95,11 +95,17 @@ Answer Codec::open(const board::Board& board, EncHandle* handle, const EncOpenPa
         !foreign.done()) {
         return foreign;
     }
-    auto encoder = Encoder::open(settingsFor(*parameters, board.state()));
+    const EncoderSettings settings = settingsFor(*parameters, board.state());
+    auto encoder = Encoder::open(settings);
     if (encoder == nullptr) {
         return {RETCODE_FAILURE, "x264 does not take these parameters, or not its preset"};
     }
-    instances_.push_back(std::make_unique<Instance>(board, *parameters, std::move(encoder)));
+    std::optional<CannedFrames> canned;
+    if (board.state().devices == board::Devices::kIdle) {
+        canned.emplace(*encoder, settings);
+    }
+    instances_.push_back(
+        std::make_unique<Instance>(board, *parameters, std::move(encoder), std::move(canned)));
     *handle = handleOf(instances_.back());
     return {};
 }

@@ -49,8 +49,12 @@ Answer checkRegion(const board::PhysicalMemory& memory, const Region& region, Re
 }
 
 Instance::Instance(const board::Board& board, const EncOpenParam& parameters,
-                   std::unique_ptr<Encoder> encoder)
-    : board_(board), memory_(board), parameters_(parameters), encoder_(std::move(encoder))
+                   std::unique_ptr<Encoder> encoder, std::optional<CannedFrames> canned)
+    : board_(board),
+      memory_(board),
+      parameters_(parameters),
+      encoder_(std::move(encoder)),
+      canned_(std::move(canned))
 {
 }
 
@@ -200,15 +204,23 @@ Answer Instance::encode(const EncParam& parameters)
         return foreign;
     }
     frameBytes_ = takenBytes_ = 0;
-    const FrameRequest request{keyFrameNeeded_ || parameters.forceIPicture != 0, parameters.quantParam};
-    const auto frame = encoder_->encode(pictureAt(*parameters.sourceFrame), request,
-                                        addressOf(memory_, bitstream()), bitstream().bytes);
+    const auto frame = makeFrame(parameters);
     keyFrameNeeded_ = !frame.has_value();
     if (!frame) {
         return {RETCODE_FAILURE, "the frame does not fit into the bitstream buffer"};
     }
     frame_ = *frame;
     return {};
+}
+
+std::optional<EncodedFrame> Instance::makeFrame(const EncParam& parameters)
+{
+    uint8_t* const output = addressOf(memory_, bitstream());
+    if (canned_) {
+        return canned_->next(output, bitstream().bytes);
+    }
+    const FrameRequest request{keyFrameNeeded_ || parameters.forceIPicture != 0, parameters.quantParam};
+    return encoder_->encode(pictureAt(*parameters.sourceFrame), request, output, bitstream().bytes);
 }
 
 Answer Instance::describeOutput(EncOutputInfo& info)

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "board/Board.h"
 #include "codec/Answer.h"
+#include "codec/CannedFrames.h"
 #include "codec/Encoder.h"
 #include "memory/PhysicalMemory.h"
 
@@ -32,8 +34,9 @@ struct FrameRegistration {
 /// Threads: under the codec's lock.
 class Instance {
 public:
-    /// The parameters have passed check().
-    Instance(const board::Board& board, const EncOpenParam& parameters, std::unique_ptr<Encoder> encoder);
+    /// The parameters have passed check(). With canned frames, pictures are not looked at.
+    Instance(const board::Board& board, const EncOpenParam& parameters, std::unique_ptr<Encoder> encoder,
+             std::optional<CannedFrames> canned);
 
     Answer initialInfo(EncInitialInfo& info);
     Answer registerFrames(const FrameRegistration& frames);
@@ -62,6 +65,7 @@ private:
     std::vector<Region> regionsOf(const FrameRegistration& frames) const;
     std::vector<Region> regionsOf(const FrameBuffer& source) const;
     Picture pictureAt(const FrameBuffer& source) const;
+    std::optional<EncodedFrame> makeFrame(const EncParam& parameters);
     Answer firstForeign(const std::vector<Region>& regions, RetCode code) const;
     Region bitstream() const;
 
@@ -69,6 +73,7 @@ private:
     board::PhysicalMemory memory_;
     EncOpenParam parameters_;
     std::unique_ptr<Encoder> encoder_;
+    std::optional<CannedFrames> canned_;
     Stage stage_ = Stage::kOpened;
 
     std::vector<Region> registered_;

@@ -239,6 +239,9 @@ int IpuDevice::copy(const ipu_task& task, const Side& input, const Side& output)
         }
         previous = input.view(before);
     }
+    if (board().state().devices == Devices::kIdle) {
+        return 0;
+    }
     const std::lock_guard<std::mutex> lock(busy_);
     const bool done = process(task, input.view(from), comparesFrames ? &previous : nullptr, output.view(to));
     return done ? 0 : refuse("IPU_QUEUE_TASK", -ENOMEM, "no memory for the conversion");
