@@ -10,6 +10,7 @@ constexpr unsigned int kTopMargin = 3;   // lines above the band's glyphs
 constexpr unsigned int kSideMargin = 2;  // pixels left and right of a glyph
 
 constexpr char kNoTime[] = "--/--/---- --:--:--";
+constexpr char kClockCharacters[] = "0123456789/: -";
 
 }  // namespace
 
@@ -30,7 +31,25 @@ bool YuvText::setup(uint size, const char* fontPath)
         release();
         return false;
     }
+    keepClockGlyphs();
     return true;
+}
+
+/// One that cannot be rendered, or not a line after the other, is left to draw().
+void YuvText::keepClockGlyphs()
+{
+    for (const char* character = kClockCharacters; *character != '\0'; ++character) {
+        if (!render(*character) || face->glyph->bitmap.pitch < 0) {
+            continue;
+        }
+        const FT_Bitmap& rendered = face->glyph->bitmap;
+        Glyph& glyph = glyphs_[static_cast<unsigned char>(*character)];
+        const size_t bytes = size_t{rendered.rows} * static_cast<unsigned int>(rendered.pitch);
+        glyph.coverage.assign(rendered.buffer, rendered.buffer + bytes);
+        glyph.bitmap = rendered;
+        glyph.bitmap.buffer = glyph.coverage.data();
+        glyph.kept = true;
+    }
 }
 
 void YuvText::init(YUV_TEXT& t) const
@@ -74,13 +93,24 @@ void YuvText::clockText(char (&text)[kTextCapacity], size_t capacity, time_t now
 
 bool YuvText::drawCharacter(YUV_TEXT& t, char character, unsigned int& x)
 {
-    const FT_UInt index = FT_Get_Char_Index(face, static_cast<unsigned char>(character));
-    if (FT_Load_Glyph(face, index, FT_LOAD_DEFAULT) != 0 ||
-        FT_Render_Glyph(face->glyph, FT_RENDER_MODE_NORMAL) != 0) {
+    const auto code = static_cast<unsigned char>(character);
+    if (code < kCodes && glyphs_[code].kept) {
+        x = glyph_to_outbuff(t, glyphs_[code].bitmap, x);
+        return true;
+    }
+    if (!render(character)) {
         return false;
     }
     x = glyph_to_outbuff(t, face->glyph->bitmap, x);
     return true;
+}
+
+/// The result is in the face's glyph slot, up to the next one.
+bool YuvText::render(char character)
+{
+    const FT_UInt index = FT_Get_Char_Index(face, static_cast<unsigned char>(character));
+    return FT_Load_Glyph(face, index, FT_LOAD_DEFAULT) == 0 &&
+           FT_Render_Glyph(face->glyph, FT_RENDER_MODE_NORMAL) == 0;
 }
 
 unsigned int YuvText::glyph_to_outbuff(YUV_TEXT& t, const FT_Bitmap& glyph, unsigned int x) const
@@ -114,4 +144,7 @@ void YuvText::release()
     }
     ft = nullptr;
     face = nullptr;
+    for (Glyph& glyph : glyphs_) {
+        glyph.kept = false;
+    }
 }

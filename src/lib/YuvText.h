@@ -3,7 +3,9 @@
 #include <ft2build.h>
 #include <sys/types.h>
 
+#include <array>
 #include <ctime>
+#include <vector>
 
 #include FT_FREETYPE_H
 
@@ -13,7 +15,8 @@
 /// Threads:  one thread (the frame loop's).
 /// Lifetime: setup() loads the font, the destructor releases it; neither needs the other. The picture stays
 /// the caller's. Errors:   false, without a message. A setup() that failed holds nothing, and draw() is then
-/// false. Units:    pixels; one byte of luma a pixel, `dest.width` bytes a line.
+/// false. Memory:   the clock's characters are rendered once, in setup(): drawing them takes nothing from the
+/// heap. Units:    pixels; one byte of luma a pixel, `dest.width` bytes a line.
 class YuvText {
 public:
     enum YUVTEXT_TYPE { TEXT = 0, CLOCKOVERLAY = 1 };
@@ -64,10 +67,21 @@ protected:
     unsigned int glyph_to_outbuff(YUV_TEXT& t, const FT_Bitmap& glyph, unsigned int x) const;
 
 private:
+    /// A character of the clock as FreeType rendered it.
+    struct Glyph {
+        FT_Bitmap bitmap{};                   ///< `buffer` is that of `coverage`
+        std::vector<unsigned char> coverage;  ///< a byte a pixel
+        bool kept = false;
+    };
+    static constexpr size_t kCodes = 128;  // of ASCII
+
     bool drawCharacter(YUV_TEXT& t, char character, unsigned int& x);
+    bool render(char character);
+    void keepClockGlyphs();
     void release();
 
     u_int8_t cSize = 0;  ///< glyph size, band height and width of a space
     FT_Library ft = nullptr;
     FT_Face face = nullptr;
+    std::array<Glyph, kCodes> glyphs_;  ///< by character; those of the clock are kept
 };
