@@ -231,8 +231,7 @@ bool AviWriter::writeChunk(void* data, unsigned int length)
     writeText(head, &position, kFrameTag);
     writeDWORD(head, &position, length + padding + codecBytes);
     std::memcpy(head + position, header, codecBytes);
-    return outputBuffer(head, position + codecBytes, 0) &&
-           outputBuffer(static_cast<const char*>(data), length, static_cast<int>(padding));
+    return outputChunk(head, position + codecBytes, static_cast<const char*>(data), length, padding);
 }
 
 bool AviWriter::writeHeader(const VIDEO_FORMAT& format)

@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,6 +16,34 @@ namespace {
 constexpr off_t kSmallestRecording = 200;  // bytes
 
 constexpr mode_t kFileMode = 0777;
+
+/// What is still to be written, in its order.
+class Parts {
+public:
+    void add(const char* data, size_t length)
+    {
+        parts_[count_++] = {const_cast<char*>(data), length};  // writev only reads it
+    }
+
+    const iovec* first() const { return parts_.data() + begin_; }
+    int count() const { return static_cast<int>(count_ - begin_); }
+
+    /// Leaves out what has been written.
+    void advance(size_t written)
+    {
+        while (begin_ < count_ && written >= parts_[begin_].iov_len) {
+            written -= parts_[begin_++].iov_len;
+        }
+        if (begin_ < count_) {
+            parts_[begin_].iov_base = static_cast<char*>(parts_[begin_].iov_base) + written;
+            parts_[begin_].iov_len -= written;
+        }
+    }
+
+private:
+    std::array<iovec, 3> parts_{};
+    size_t begin_ = 0, count_ = 0;
+};
 
 }  // namespace
 
@@ -72,6 +102,33 @@ bool VideoWriter::outputBuffer(const char* data, unsigned int length, int paddin
         // Not checked: a reader finds the next chunk by its tag if the padding is cut, and the next frame
         // reports the disk.
         [[maybe_unused]] const ssize_t ignored = ::write(fd, &zero, 1);
+    }
+    return true;
+}
+
+bool VideoWriter::outputChunk(const char* head, unsigned int headLength, const char* data,
+                              unsigned int length, unsigned int padding)
+{
+    if (fd == -1) {
+        return true;
+    }
+    constexpr std::array<char, kMaxPadding> kZeros{};
+    Parts parts;
+    parts.add(head, headLength);
+    parts.add(data, length);
+    parts.add(kZeros.data(), padding);
+    size_t needed = size_t{headLength} + length;
+    while (parts.count() > 0) {
+        const ssize_t written = ::writev(fd, parts.first(), parts.count());
+        if (written < 0 && errno == EINTR) {
+            continue;  // as in outputBuffer()
+        }
+        if (written <= 0) {
+            return needed == 0;  // missing padding is no failure, as in outputBuffer()
+        }
+        const auto out = static_cast<size_t>(written);
+        needed -= out < needed ? out : needed;
+        parts.advance(out);
     }
     return true;
 }

@@ -57,6 +57,13 @@ protected:
     /// Writes `length` bytes, then `padding` zero bytes. Only the former can fail.
     bool outputBuffer(const char* data, unsigned int length, int padding);
 
+    /// Writes `head`, `data` and up to kMaxPadding zero bytes, in one call as long as the disk takes them.
+    /// Only the padding cannot fail.
+    bool outputChunk(const char* head, unsigned int headLength, const char* data, unsigned int length,
+                     unsigned int padding);
+
+    static constexpr unsigned int kMaxPadding = 3;  // bytes
+
     static constexpr unsigned int kHeaderCapacity = 80;  // bytes; SPS and PPS of this encoder take about 30
 
     int fd = -1;  ///< -1: closed

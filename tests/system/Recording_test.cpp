@@ -131,6 +131,18 @@ TEST(Recording, ContinuesAfterARestartSoThatTheJoinedFilePlaysThrough)
     EXPECT_EQ(reader.complaints(), "");
 }
 
+TEST(Recording, IsWholeOnADiskThatTakesEveryWriteInPieces)
+{
+    Panel panel;
+    panel.start(
+        {"--cpu", "dual-lite", "--fps", "max", "--frames", "40", "--fault", "write@*/cam.avi#*=short"});
+    ASSERT_EQ(panel.awaitEnd(), 0) << panel.errors();
+    EXPECT_EQ(scenes::readUnbroken(panel.recording(), scenes::dualLite()).fault, "");
+    EXPECT_TRUE(support::readRecording(panel.recording()).wellFormed);
+    const support::Report report = panel.report();
+    EXPECT_GT(report.faultsFired(), 2 * report.framesEncoded());
+}
+
 TEST(Recording, IsNotTouchedWhenItsDirectoryIsNotMounted)
 {
     Panel panel;

@@ -256,6 +256,18 @@ INSTANTIATE_TEST_SUITE_P(At, AviOnAFullDisk,
                                          Full{"LastFrameByte", 1823, true}),
                          [](const auto& tested) { return tested.param.where; });
 
+TEST_F(Avi, PaddingThatDoesNotFitOnTheDiskFailsTheFrame)
+{
+    constexpr size_t kUpToPadding = kHeaderBytes + 8 + 1001;
+    ASSERT_TRUE(start());
+    for (const size_t fitting : {0U, 2U}) {
+        std::filesystem::resize_file(path_, kHeaderBytes);
+        const unit::FileLimit full(kUpToPadding + fitting);
+        EXPECT_TRUE(write(frameBytes(1001, 'a'))) << fitting;
+        EXPECT_EQ(file().size(), kUpToPadding + fitting);
+    }
+}
+
 TEST_F(Avi, AFrameCostsAnAllocation)
 {
     writer_.writeToHeader("spspps", 6);

@@ -104,7 +104,7 @@ struct State {
     uint64_t epochUs;  ///< monotonic time of frame instant 0
 
     std::atomic<uint32_t> lock;  ///< thread id of the holder, 0 when free
-    Devices devices;
+    uint32_t reserved;
 
     std::array<Allocation, 256> allocations;
     std::array<Framebuffer, kFramebuffers> framebuffers;
@@ -117,7 +117,7 @@ struct State {
     std::array<Fault, 64> faults;
     std::array<CallCount, kCallCounts> callCounts;
     uint32_t refusalCount;  ///< may exceed the list: the first ones are kept
-    uint32_t reserved2;
+    Devices devices;
     std::array<Refusal, 128> refusals;
 
     std::atomic<uint64_t> framesEncoded;
