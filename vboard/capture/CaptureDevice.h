@@ -16,9 +16,8 @@ namespace board {
 /// Addresses: as this board's driver has it, VIDIOC_QUERYBUF with user-pointer memory tells the driver the
 ///            physical address of a buffer, and VIDIOC_QBUF then names it by index. The address is checked
 ///            when it is told and again when a frame is written to it.
-/// Frames:    paced cameras share instants; one without a queued buffer loses its frame. Without pacing a
-///            dequeue gets a frame at once and none is lost.
-/// Threads:   any. A dequeue waits, and its picture is drawn, outside the device's lock.
+/// Frames:    see CaptureStream.
+/// Threads:   any.
 /// Not done:  handles are not told apart, so buffers are not an open handle's own, and a handle opened with
 ///            O_NONBLOCK blocks.
 std::unique_ptr<Device> makeCaptureDevice(Board& board, unsigned index);
