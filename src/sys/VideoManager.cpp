@@ -1,14 +1,11 @@
 #include "sys/VideoManager.h"
 
 #include <linux/videodev2.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <string_view>
 
 #include "types/CancelWindow.h"
 
@@ -113,7 +110,7 @@ bool openOverlay(mx_fb& fb, const WindowPlan& plan)
 
 VideoManager::~VideoManager()
 {
-    endPlayer();
+    player.end();
     if (recordBuffer.start != nullptr) {
         ipu.free(recordBuffer);  // nothing to be done about a failure: the device is closed next
     }
@@ -537,102 +534,23 @@ void VideoManager::restartCameras()
     firstFrame = true;
 }
 
-namespace {
-
-constexpr const char* kPlayer = "/usr/bin/gst-launch-1.0";
-constexpr int kPlayerMissing = 127;  // as a shell says it
-constexpr int kFarewellPolls = 20;
-constexpr useconds_t kFarewellPollUs = 10000;
-
-/// The child's side of a fork in a process with threads: nothing here may allocate, lock or flush.
-[[noreturn]] void becomePlayer(char* const* arguments, const sigset_t& signals)
-{
-    constexpr std::string_view kLine = "Start Video Playback\n";
-    if (write(STDOUT_FILENO, kLine.data(), kLine.size()) < 0) {
-        // Nobody reads: play all the same.
-    }
-    setpgid(0, 0);
-    // The daemon's handler would swallow a request to stop that comes before the player has its own.
-    signal(SIGINT, SIG_DFL);
-    pthread_sigmask(SIG_SETMASK, &signals, nullptr);
-    execv(kPlayer, arguments);
-    _exit(kPlayerMissing);
-}
-
-/// The child's process id, or -1.
-pid_t startPlayer(const std::string& location)
-{
-    // Made before the fork. exec takes the vector as non-const and does not write to it.
-    const char* const arguments[] = {"gst-launch-1.0",
-                                     "filesrc",
-                                     location.c_str(),
-                                     "!",
-                                     "decodebin",
-                                     "name=d",
-                                     "!",
-                                     "videoconvert",
-                                     "!",
-                                     "imxipuvideosink",
-                                     "framebuffer=/dev/fb1",
-                                     "d.",
-                                     "!",
-                                     "audioconvert",
-                                     "!",
-                                     "audioresample",
-                                     "!",
-                                     "autoaudiosink",
-                                     nullptr};
-    sigset_t interrupt;
-    sigset_t former;
-    sigemptyset(&interrupt);
-    sigaddset(&interrupt, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &interrupt, &former);
-    const pid_t child = fork();
-    if (child == 0) {
-        becomePlayer(const_cast<char* const*>(arguments), former);
-    }
-    pthread_sigmask(SIG_SETMASK, &former, nullptr);
-    return child;
-}
-
-}  // namespace
-
 void VideoManager::playVideo()
 {
     canDisplay = false;
-    if (videoplay_pid >= 1) {
-        return;
-    }
-    videoplay_pid = startPlayer("location=" + sys->core.cfg.playbackPath + sys->media.video.playback);
-    if (videoplay_pid == -1) {
+    if (!player.isThere() && !player.start(sys->core.cfg.playbackPath + sys->media.video.playback)) {
         report("(VideoManager): Unable to create process for video playback", logger::LOG_ERROR);
     }
 }
 
 void VideoManager::videoPlaybackStatus()
 {
-    if (videoplay_pid < 1 || waitpid(videoplay_pid, nullptr, WNOHANG) == 0) {
-        return;
+    if (player.collect()) {
+        sys->media.video.playbackDone = true;
+        reqWindowState = WS_IDLE;
     }
-    sys->media.video.playbackDone = true;
-    reqWindowState = WS_IDLE;
-    videoplay_pid = -1;
 }
 
 void VideoManager::stopVideoPlayback()
 {
-    if (videoplay_pid >= 1) {
-        kill(videoplay_pid, SIGINT);
-    }
-}
-
-void VideoManager::endPlayer()
-{
-    stopVideoPlayback();
-    for (int poll = 0; poll < kFarewellPolls && videoplay_pid >= 1; ++poll) {
-        videoPlaybackStatus();
-        if (videoplay_pid >= 1) {
-            usleep(kFarewellPollUs);
-        }
-    }
+    player.interrupt();
 }

@@ -12,6 +12,7 @@
 #include "lib/AviWriter.h"
 #include "lib/YuvText.h"
 #include "lib/buffer.h"
+#include "sys/PlayerProcess.h"
 #include "sys/SysData.h"
 #include "types/SharedWord.h"
 
@@ -124,7 +125,6 @@ private:
     bool copyToPane(std::size_t pane);
     bool flipPage();
     bool encodeFrame();
-    void endPlayer();
 
     /// Logs, and is false: the result of the step that failed.
     bool report(const char* text, logger::LOG_TYPE level = logger::LOG_WARNING) const;
@@ -142,8 +142,8 @@ private:
     mx_ipu::IPU_COPY ipu_copy_main = {};
     mx_ipu::IPU_COPY ipu_copy_vpu = {};
     std::array<ipu_task, kMaxChannels + 2> task =
-        {};                    ///< a tile per camera, then the primary and secondary pane
-    pid_t videoplay_pid = -1;  ///< of the system manager's thread; -1: no player
+        {};                ///< a tile per camera, then the primary and secondary pane
+    PlayerProcess player;  ///< of the system manager's thread
     YuvText::YUV_TEXT ovly_clk = {};
     bool dualIPUs = false;   ///< two IPUs: every camera has a capture device of its own
     bool firstFrame = true;  ///< the next pass neither flips nor encodes
