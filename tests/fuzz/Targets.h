@@ -22,8 +22,9 @@ std::string checksumTrailer(std::string_view input);
 std::string commandLine(std::string_view input);  ///< the virtual board's launcher, cameras included
 std::string configuration(std::string_view input);
 std::string faultRules(std::string_view input);
-std::string packets(std::string_view input);  ///< frames on the request queue, until they are requests
-std::string recording(std::string_view input);
+std::string packets(std::string_view input);         ///< frames on the request queue, until they are requests
+std::string recording(std::string_view input);       ///< velcamrec's walk over a file
+std::string recordingVerbs(std::string_view input);  ///< what velcamrec makes of a file
 
 struct Target {
     const char* name;
@@ -40,6 +41,7 @@ inline constexpr std::array kTargets{
     Target{"faultRules", faultRules},
     Target{"packets", packets},
     Target{"recording", recording},
+    Target{"recordingVerbs", recordingVerbs},
 };
 
 }  // namespace fuzz

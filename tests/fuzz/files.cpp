@@ -2,9 +2,11 @@
 #include <algorithm>
 #include <array>
 
+#include "Console.h"
 #include "Input.h"
 #include "MemoryFile.h"
 #include "Targets.h"
+#include "Verbs.h"
 #include "lib/AviWriter.h"
 #include "lib/diskfnts.h"
 #include "recordings/Recordings.h"
@@ -46,6 +48,27 @@ const std::string& header()
 
 }  // namespace
 
+namespace {
+
+/// A first byte of 1 stands for a recording's header, so that short inputs get behind it.
+std::string recordingFrom(fuzz::Input& bytes)
+{
+    const std::string begin = bytes.byte() == 1 ? header() : "";
+    return begin + std::string(bytes.rest());
+}
+
+/// What a repaired recording lacks, or has too much.
+std::string compareRepaired(const std::string& before, const std::string& after)
+{
+    const auto repaired = recordings::walk(after);
+    if (!repaired.damages.empty()) {
+        return "a repaired recording that is damaged";
+    }
+    return repaired.frames == recordings::walk(before).frames ? "" : "a repaired recording with other frames";
+}
+
+}  // namespace
+
 // The first bytes say which frames are written, the rest is in the file already.
 std::string fuzz::aviContinuation(std::string_view input)
 {
@@ -77,15 +100,39 @@ std::string fuzz::aviContinuation(std::string_view input)
     return recordings::walk(file.path()).fault;
 }
 
-// A first byte of 1 stands for a recording's header, so that short inputs get behind it.
 std::string fuzz::recording(std::string_view input)
 {
     Input bytes(input);
-    const std::string begin = bytes.byte() == 1 ? header() : "";
-    const MemoryFile file(begin + std::string(bytes.rest()));
+    const MemoryFile file(recordingFrom(bytes));
     const auto whole = recordings::walk(file.path());
     const auto heads = recordings::walk(file.path(), ::recording::Depth::kHeads);
     return whole.fault.empty() ? heads.fault : whole.fault;
+}
+
+// The first byte says which verb, the next two when.
+std::string fuzz::recordingVerbs(std::string_view input)
+{
+    static const support::Folder folder;
+    constexpr std::array kOutputs{"out.avi", "out.mp4", "out.mkv", "out.png", "cut.mkv", "repaired.avi"};
+    Input bytes(input);
+    const size_t verb = bytes.byte() % kOutputs.size();
+    const double from = bytes.byte() / 30.0;
+    const unsigned more = bytes.byte();
+    const MemoryFile file(recordingFrom(bytes));
+    const ::recording::MakeRequest make{file.path(), folder.file(kOutputs[verb]), true};
+
+    static_cast<void>(recordings::findings(file.path()));
+    int status = 0;
+    if (verb == 3) {
+        status = ::recording::runGrab({make, from, more % 5});
+    } else if (verb == 4) {
+        status = ::recording::runCut({make, from, from + more / 30.0});
+    } else if (verb < 3) {
+        status = ::recording::runIndex(make);
+    } else if (::recording::runRepair(make) == ::recording::kDone) {
+        return compareRepaired(file.path(), make.output);
+    }
+    return status == ::recording::kBadUsage ? "a file taken for bad usage" : "";
 }
 
 std::string fuzz::checksumTrailer(std::string_view input)
