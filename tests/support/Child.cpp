@@ -23,6 +23,7 @@ constexpr int kSignalBase = 128;
     constexpr mode_t kMode = 0644;
     constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
     ::setpgid(0, 0);
+    ::signal(SIGINT, SIG_DFL);  // a shell's background jobs ignore it, and tests are such
     // A test that is killed from outside leaves nothing running behind.
     ::prctl(PR_SET_PDEATHSIG, SIGINT);
     const int input = ::open("/dev/null", O_RDONLY);
