@@ -2,12 +2,11 @@
 # Installs what building, running and testing on Debian 12 needs, as far as it is missing. Never asks anything.
 set -euo pipefail
 
-if [[ ${1:-} == --help ]]; then
-    echo "usage: ${0##*/} [--fuzz]    installs the missing Debian packages, as root or through sudo without a password"
-    echo "    --fuzz    also the compiler that brings the fuzzer"
-    exit 0
-fi
-
+declare -rA extras=(
+    [--fuzz]="clang libclang-rt-dev"
+    [--bench]="libbenchmark-dev valgrind strace gnuplot-nox python3 libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
+        gstreamer1.0-plugins-good"
+)
 needed=(
     g++ cmake ninja-build pkg-config
     libfreetype-dev libx264-dev libyuv-dev libpng-dev
@@ -15,15 +14,25 @@ needed=(
     libcli11-dev nlohmann-json3-dev libgtest-dev libgmock-dev
     ffmpeg fonts-dejavu-core
 )
-if [[ ${1:-} == --fuzz ]]; then
-    needed+=(clang libclang-rt-dev)
+
+while (($# > 0)); do
+    if [[ $1 == --help ]]; then
+        cat <<END
+usage: ${0##*/} [--fuzz] [--bench]    installs the missing Debian packages, as root or through sudo without a password
+  --fuzz     also the compiler that brings the fuzzer
+  --bench    also what only the benchmarks need: to measure, to draw, and their peers
+END
+        exit 0
+    fi
+    if [[ -z ${extras[$1]:-} ]]; then
+        echo "${0##*/}: '$1' is not an option; see --help" >&2
+        exit 2
+    fi
+    read -r -d '' -a more <<<"${extras[$1]}" || true
+    needed+=("${more[@]}")
     shift
-fi
+done
 readonly needed
-if (($# > 0)); then
-    echo "${0##*/}: takes no arguments but --fuzz; see --help" >&2
-    exit 2
-fi
 readonly wished=(ccache) # only makes building again faster
 
 missing() {
