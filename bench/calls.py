@@ -18,8 +18,7 @@ def watched(name):
     log = OUT / f"{name}.calls"
     with open(log, "wb") as file:
         file.truncate(BYTES)
-    return log, ("/usr/bin/env", f"CALLWATCH_FILE={log}", str(BIN / "bench_under"), "first",
-                 str(BIN / "libcallwatch.so"), str(BIN / "velcamd"))
+    return log, ("under", "first", BIN / "libcallwatch.so", log, BIN / "velcamd")
 
 
 def read(log):

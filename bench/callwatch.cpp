@@ -1,5 +1,5 @@
 // Preloaded before the board's library: notes when which call of the program came back. Kept in the file that
-// CALLWATCH_FILE names (CallLog), so that nothing is written while a frame is in work.
+// WATCH_FILE names (CallLog), so that nothing is written while a frame is in work.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -53,8 +53,8 @@ Function* next(const char* name)
 
 __attribute__((constructor)) void begin()
 {
-    const char* path = std::getenv("CALLWATCH_FILE");          // NOLINT(concurrency-mt-unsafe): before main
-    const char* executed = std::getenv("CALLWATCH_EXECUTED");  // NOLINT(concurrency-mt-unsafe): before main
+    const char* path = std::getenv("WATCH_FILE");          // NOLINT(concurrency-mt-unsafe): before main
+    const char* executed = std::getenv("WATCH_EXECUTED");  // NOLINT(concurrency-mt-unsafe): before main
     const int fd =
         path == nullptr ? -1 : static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDWR | O_CLOEXEC));
     if (fd < 0) {

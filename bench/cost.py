@@ -63,8 +63,7 @@ def allocations(cpu, shown):
     counts = OUT / "heap"
     counts.write_bytes(bytes(16384))
     read = lambda: struct.unpack_from("<Q", counts.read_bytes())[0]
-    program = ("/usr/bin/env", f"HEAPWATCH_FILE={counts}", str(BIN / "bench_under"), "last",
-               str(BIN / "libheapwatch.so"), str(BIN / "velcamd"))
+    program = ("under", "last", BIN / "libheapwatch.so", counts, BIN / "velcamd")
     with Panel("--cpu", cpu, *IDLE, program=program) as panel:
         bring_up(panel, shown)
         start_up, frames = read(), panel.counters()[0]

@@ -106,7 +106,7 @@ class Panel:
                 for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
                     pids += [int(word) for word in (task / "children").read_text().split()]
                 name = pathlib.Path(f"/proc/{pid}/comm").read_text().strip()
-                if name not in ("vboard", "strace", "env", "bench_under"):
+                if name not in ("vboard", "strace", "under"):
                     return pid
             return None
         return await_true(child, "the program")

@@ -42,7 +42,7 @@ scripts/install-deps.sh --bench
 cmake --preset release -DVELCAM_BENCH=ON >/dev/null
 cmake --build --preset release --parallel "$(nproc)"
 
-export BENCH_OUT=$PWD/build/bench
+export BENCH_OUT=$PWD/build/bench PYTHONDONTWRITEBYTECODE=1
 rm -rf "$BENCH_OUT/once"
 if [[ -n $once ]]; then
     export BENCH_ONCE=1 BENCH_OUT=$BENCH_OUT/once BENCH_IMAGES=$BENCH_OUT/once

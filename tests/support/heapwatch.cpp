@@ -1,7 +1,7 @@
 // Preloaded into a program on a virtual board: counts what the program itself takes from the heap.
 //
 // The board and its codec live in the same process and allocate too, so an allocation is the program's only
-// when no function of theirs is on the stack. The counts are kept in the file that HEAPWATCH_FILE names
+// when no function of theirs is on the stack. The counts are kept in the file that WATCH_FILE names
 // (HeapCounts), for another process to read at any time.
 
 #include <dlfcn.h>
@@ -132,7 +132,7 @@ void noteHook(const volatile void* /*memory*/, size_t /*bytes*/)
 
 __attribute__((constructor)) void begin()
 {
-    const char* path = std::getenv("HEAPWATCH_FILE");  // NOLINT(concurrency-mt-unsafe): before main
+    const char* path = std::getenv("WATCH_FILE");  // NOLINT(concurrency-mt-unsafe): before main
     if (path == nullptr) {
         return;
     }

@@ -32,10 +32,7 @@ public:
     /// The daemon with the counter in it.
     support::Command daemon() const
     {
-        const std::string script = "export HEAPWATCH_FILE='" + path_ +
-                                   "' LD_PRELOAD=\"$LD_PRELOAD:" HEAPWATCH "\"; exec '" +
-                                   support::program("velcamd") + "'";
-        return {"/bin/sh", "-c", script};
+        return {support::program("under"), "last", HEAPWATCH, path_, support::program("velcamd")};
     }
 
     /// Who took memory last.
