@@ -4,14 +4,15 @@ set -euo pipefail
 
 declare -rA extras=(
     [--fuzz]="clang libclang-rt-dev"
-    [--bench]="libbenchmark-dev valgrind strace gnuplot-nox python3 libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
-        gstreamer1.0-plugins-good"
+    [--bench]="libbenchmark-dev valgrind strace gnuplot-nox python3"
 )
 needed=(
     g++ cmake ninja-build pkg-config
     libfreetype-dev libx264-dev libyuv-dev libpng-dev
     libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
     libcli11-dev nlohmann-json3-dev libgtest-dev libgmock-dev
+    libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
+    gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav
     ffmpeg fonts-dejavu-core
 )
 
@@ -28,7 +29,7 @@ END
         echo "${0##*/}: '$1' is not an option; see --help" >&2
         exit 2
     fi
-    read -r -d '' -a more <<<"${extras[$1]}" || true
+    read -r -a more <<<"${extras[$1]}"
     needed+=("${more[@]}")
     shift
 done

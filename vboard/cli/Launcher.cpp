@@ -19,6 +19,11 @@ namespace fs = std::filesystem;
 constexpr const char* kLibrary = "libvboard.so";
 constexpr const char* kPreload = "LD_PRELOAD";
 
+/// Beside the library: what the player of stored videos gets from the board.
+constexpr const char* kPlayersPart = "gstreamer";
+constexpr const char* kPluginPath = "GST_PLUGIN_PATH_1_0";
+constexpr const char* kPluginRegistry = "GST_REGISTRY_1_0";
+
 /// The library beside this program, or where an installed one has it; empty when it is in neither place.
 std::string findLibrary()
 {
@@ -32,6 +37,27 @@ std::string findLibrary()
         }
     }
     return {};
+}
+
+/// The value of a variable of this process, empty when it has none.
+std::string inherited(const char* name)
+{
+    const char* value = ::getenv(name);  // NOLINT(concurrency-mt-unsafe): this process has one thread
+    return value == nullptr ? std::string() : value;
+}
+
+/// Lets the player find the overlay's element, on this board only: what it knows of its plugins is the
+/// board's.
+void addPlayersPart(const std::string& folder, const std::string& library, Environment& environment)
+{
+    const fs::path plugins = fs::path(library).parent_path() / kPlayersPart;
+    std::error_code error;
+    if (!fs::is_directory(plugins, error)) {
+        return;
+    }
+    const std::string others = inherited(kPluginPath);
+    environment.emplace_back(kPluginPath, plugins.string() + (others.empty() ? "" : ":" + others));
+    environment.emplace_back(kPluginRegistry, folder + "/plugins");
 }
 
 std::string noBoardIn(const std::string& folder)
@@ -57,12 +83,15 @@ std::string boardEnvironment(const std::string& folder, const Foreign& foreign, 
         return "cannot preload " + library + ": move it to a path without spaces and colons";
     }
     std::string preload = (runtime.empty() ? "" : runtime + ":") + library;
-    const char* others = ::getenv(kPreload);  // NOLINT(concurrency-mt-unsafe): this process has one thread
-    if (others != nullptr && *others != '\0') {
-        preload += std::string(":") + others;
+    const std::string others = inherited(kPreload);
+    if (!others.empty()) {
+        preload += ":" + others;
     }
     environment.emplace_back(board::kFolderVariable, folder);
     environment.emplace_back(kPreload, preload);
+    if (own) {
+        addPlayersPart(folder, library, environment);
+    }
     return {};
 }
 
