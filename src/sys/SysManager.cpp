@@ -12,6 +12,7 @@
 #include <ctime>
 #include <fstream>
 #include <limits>
+#include <utility>
 
 #include "lib/ConfigFile.h"
 #include "lib/strfnts.h"
@@ -56,11 +57,12 @@ SysManager::SysManager()
 
 SysManager::~SysManager()
 {
-    // Both threads first, so that none touches a part that is gone: this one uses all of them.
+    // The threads first, so that none touches a part that is gone: this one uses all of them.
     reap();
     ipcq.reset();  // ends its own
     proc_ipc.reset();
     vmgr.reset();
+    WriteBack::retire(std::move(writeBack_));  // here its last pass has had the longest time
     sys.core.log = nullptr;
     log_.reset();
 }
@@ -88,6 +90,7 @@ bool SysManager::init()
     }
     proc_ipc = std::make_unique<IPCBus>(&sys, ipcq.get());
     vmgr = std::make_unique<VideoManager>(&sys);
+    writeBack_ = std::make_unique<WriteBack>(sys.core.cfg.recordPath, kRecordingName);
     identifyProcessor();
     if (!vmgr->init()) {
         log_item("(main): Could not setup cameras, continuing without cameras", logger::LOG_NOTICE);
@@ -166,6 +169,9 @@ void SysManager::start()
     log_item("(core): Starting all threads", logger::LOG_DEBUG);
     ipcq->start();
     AThread::start();
+    if (sys.media.cam.canRecord && writeBack_ != nullptr) {
+        writeBack_->start();
+    }
 }
 
 void SysManager::stop()
@@ -173,7 +179,10 @@ void SysManager::stop()
     log_item("(core): Stopping all threads", logger::LOG_DEBUG);
     ipcq->sendHalt();
     sendHalt();
-    usleep(kTickUs);  // for the bodies to notice
+    if (writeBack_ != nullptr) {
+        writeBack_->finish();  // every frame is written by now
+    }
+    usleep(kTickUs);       // for the bodies to notice
     ipcq->stop();
     AThread::stop();
 }
@@ -230,6 +239,7 @@ void SysManager::controlPass()
         saveBitrate();
         vmgr->videoPlaybackStatus();
         followTimeZone();
+        watchWriteBack();
     }
     ++ctr;
     if (ctr >= kCheckTicks) {
@@ -347,6 +357,15 @@ void SysManager::limitRecordingFile()
     vmgr->setRecordState(false);
     rotate_file(recordingFile(), kRecordingGenerations);
     vmgr->setRecordState(true);
+}
+
+void SysManager::watchWriteBack()
+{
+    const bool fails = writeBack_ != nullptr && writeBack_->failing();  // null before init()
+    if (fails && !writeBackFails_) {
+        log_item("(core): Recording does not reach its medium", logger::LOG_WARNING);
+    }
+    writeBackFails_ = fails;
 }
 
 void SysManager::int_to_char(unsigned char value, char* out)

@@ -7,6 +7,7 @@
 
 #include "drivers/ipc_queue.h"
 #include "lib/SharedQueue.h"
+#include "lib/WriteBack.h"
 #include "lib/diskfnts.h"
 #include "lib/logger.h"
 #include "sys/IPCBus.h"
@@ -19,7 +20,7 @@
 /// Threads:  construction, init(), start(), runVmgr(), stop() and destruction: the main thread, in this
 /// order.
 ///           exitApplication(): any thread, or a signal handler. run(): its own thread.
-/// Lifetime: one object for the process. Destruction waits for both threads, ends everything, and carries the
+/// Lifetime: one object for the process. Destruction waits for its threads, ends everything, and carries the
 /// log over.
 ///           The message queues stay as they are.
 /// Errors:   init() has logged the reason when it is false; the object can then only be destroyed.
@@ -37,10 +38,11 @@ public:
     /// Reads the settings and builds the parts. A video manager without cameras is no failure.
     bool init();
 
-    /// Starts the endpoint's thread and this one. After a true init().
+    /// Starts the endpoint's thread and this one, and the one that saves the recording when there is any.
+    /// After a true init().
     void start();
 
-    /// Halts both threads, gives them a moment, and cancels what still blocks.
+    /// Halts the threads, gives them a moment, and cancels what still blocks.
     void stop();
 
     /// Runs the frame loop until the program is told to exit or two passes in a row have failed; then prints
@@ -77,6 +79,7 @@ private:
     void saveBitrate();
     void followTimeZone();
     void limitRecordingFile();
+    void watchWriteBack();
 
     /// Renames `path` to `path` + ".00.avi" after moving each older generation up by one and removing number
     /// `count`. Failures are not reported: a generation that cannot be moved is left.
@@ -85,8 +88,10 @@ private:
     /// Two decimal digits and a terminator into `out`, for values below 100.
     void int_to_char(unsigned char value, char* out);
 
-    std::string recordingFile() const { return sys.core.cfg.recordPath + "cam.avi"; }
+    std::string recordingFile() const { return sys.core.cfg.recordPath + kRecordingName; }
     std::string bitrateFile() const { return sys.core.cfg.path + "/config/bitrate"; }
+
+    static constexpr const char* kRecordingName = "cam.avi";
 
     diskfnts dfn;
     SysData sys;
@@ -98,6 +103,8 @@ private:
     u_int32_t ctr = 0;        ///< ticks since the last camera check
     u_int8_t vmgrErrCts = 0;  ///< failed passes in a row
 
+    std::unique_ptr<WriteBack> writeBack_;  // the main thread's; this object's thread asks how it fares
+    bool writeBackFails_ = false;           // as last logged
     std::unique_ptr<logger> log_;
     bool bitrateTooLarge_ = false;  // noted before there is a log
 };

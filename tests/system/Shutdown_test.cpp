@@ -159,6 +159,38 @@ TEST(Endings, AnInterruptAtSomeInstantHangsTheDaemonOrTearsTheRecording)
     EXPECT_LT(beforeItsHandler, runs);
 }
 
+TEST(Endings, AMediumThatHangsKeepsNeitherTheFramesNorTheEnd)
+{
+    Panel panel;
+    panel.start({"--cpu", "dual-lite", "--fps", "max", "--fault", "fsync@*/cam.avi#1+=hang"});
+    ASSERT_TRUE(panel.awaitUp()) << panel.errors();
+    constexpr size_t kMany = 100;
+    EXPECT_TRUE(
+        support::waitUntil([&] { return support::readRecording(panel.recording()).chunks.size() > kMany; }));
+    const auto asked = Clock::now();
+    EXPECT_EQ(panel.end(), 0) << panel.errors();
+    constexpr Duration kASecond{1000};
+    EXPECT_LT(std::chrono::duration_cast<Duration>(Clock::now() - asked), kASecond * scenes::kSlowness);
+    EXPECT_EQ(panel.report().faultsFired(), 1U) << "nothing else waited for the medium";
+    EXPECT_TRUE(support::readRecording(panel.recording()).wellFormed);
+}
+
+TEST(Endings, AMediumThatRefusesIsSaidOnceInTheLog)
+{
+    Panel panel;
+    panel.start({"--cpu", "dual-lite", "--fps", "max", "--fault", "fsync@*camrecord*#*=EIO"});
+    ASSERT_TRUE(panel.awaitUp()) << panel.errors();
+    const std::string line = "[Warning]: (core): Recording does not reach its medium";
+    ASSERT_TRUE(panel.awaitOutput(line));
+    constexpr int kOverTwoSeconds = 25;  // reports; it is looked at in every tenth
+    for (int report = 0; report < kOverTwoSeconds; ++report) {
+        ASSERT_TRUE(panel.watch().await([](const Status&) { return true; }, Clock::now()));
+    }
+    EXPECT_EQ(panel.end(), 0);
+    const std::string output = panel.output();
+    EXPECT_EQ(output.find(line, output.find(line) + 1), std::string::npos) << output;
+}
+
 TEST(Endings, ACameraThatFailsOnceDoesNotEndTheDaemon)
 {
     Panel panel;
