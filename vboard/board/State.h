@@ -104,7 +104,7 @@ struct State {
     uint64_t epochUs;  ///< monotonic time of frame instant 0
 
     std::atomic<uint32_t> lock;  ///< thread id of the holder, 0 when free
-    uint32_t reserved;
+    std::atomic<uint32_t> journal;  ///< calls on files are noted (medium/Journal.h)
 
     std::array<Allocation, 256> allocations;
     std::array<Framebuffer, kFramebuffers> framebuffers;

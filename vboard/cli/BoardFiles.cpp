@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "board/Real.h"
+#include "cli/JournalBegin.h"
 #include "faults/FaultPlan.h"
 #include "framebuffer/FramebufferDevice.h"
 #include "paths/Paths.h"
@@ -254,6 +255,9 @@ std::unique_ptr<LiveBoard> LiveBoard::make(const BoardOptions& options, std::str
         return nullptr;
     }
     wrong = describe(options, made->board());
+    if (wrong.empty() && options.journal) {
+        wrong = beginJournal(made->board());
+    }
     return wrong.empty() ? std::move(made) : nullptr;
 }
 

@@ -205,6 +205,9 @@ void Grammar::describeRun()
         ->check(CLI::IsMember({"working", "idle"}))
         ->capture_default_str();
     run.add_flag("--no-mount", texts.notMounted, "The recording directory is not mounted");
+    run.add_flag(
+        "--journal", board.journal,
+        "Note in DIR/journal what happens to files, for 'vboard cut' to cut the power at any moment");
     run.add_option("--report", toRun.report, "Write a report of the run as JSON");
 }
 

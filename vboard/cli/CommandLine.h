@@ -34,6 +34,7 @@ struct BoardOptions {
     uint32_t codecThreads = 1;
     board::Devices devices = board::Devices::kWorking;
     bool mounted = true;
+    bool journal = false;  ///< keep a journal of what programs do to files
 };
 
 /// A program that another kind of processor runs: what runs it here, and the board's library of its kind.

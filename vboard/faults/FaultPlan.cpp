@@ -6,7 +6,10 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstring>
+
+#include "board/Real.h"
 
 namespace board {
 namespace {
@@ -26,6 +29,8 @@ struct NamedError {
 constexpr std::array kErrors{
     NamedError{"short", FaultKind::kShort, 0},
     NamedError{"hang", FaultKind::kHang, 0},
+    NamedError{"kill", FaultKind::kKill, 0},
+    NamedError{"tear", FaultKind::kTear, 0},
     ERRNO(EPERM),
     ERRNO(ENOENT),
     ERRNO(EINTR),
@@ -133,6 +138,31 @@ bool store(char (&target)[Size], const std::string& text)
 
 std::optional<FaultAction> FaultPlan::check(const char* call, const char* target) const
 {
+    const auto decision = checkTransfer(call, target);
+    if (decision && decision->kind == FaultKind::kTear) {
+        killProcess();
+    }
+    return decision;
+}
+
+std::optional<FaultAction> FaultPlan::checkTransfer(const char* call, const char* target) const
+{
+    const auto decision = decide(call, target);
+    if (decision && decision->kind == FaultKind::kKill) {
+        killProcess();
+    }
+    return decision;
+}
+
+void FaultPlan::killProcess()
+{
+    for (;;) {
+        real::kill(real::processId(), SIGKILL);
+    }
+}
+
+std::optional<FaultAction> FaultPlan::decide(const char* call, const char* target) const
+{
     std::optional<FaultAction> decision;
     for (uint32_t i = 0; i < state_.faultCount; ++i) {
         Fault& rule = state_.faults[i];
@@ -191,7 +221,7 @@ std::string FaultPlan::add(const std::string& rule) const
     }
     if (!parseError(rule.substr(error + 1), fault)) {
         return "the error of fault '" + rule +
-               "' is not known: an errno name or number, RETCODE_..., short or hang";
+               "' is not known: an errno name or number, RETCODE_..., short, hang, kill or tear";
     }
     ++state_.faultCount;
     return {};

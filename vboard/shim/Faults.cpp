@@ -40,7 +40,10 @@ std::optional<FaultAction> decide(Call call, const char* target)
     if (board == nullptr || target == nullptr) {
         return std::nullopt;
     }
-    return FaultPlan(*board).check(kCallNames[static_cast<size_t>(call)], target);
+    const FaultPlan plan(*board);
+    const char* name = kCallNames[static_cast<size_t>(call)];
+    const bool transfers = call == Call::kRead || call == Call::kWrite;
+    return transfers ? plan.checkTransfer(name, target) : plan.check(name, target);
 }
 
 std::optional<FaultAction> decide(Call call, int fd)
@@ -62,7 +65,7 @@ std::optional<FaultAction> decide(Call call, int fd)
 /// True, with `errno`, when the fault lets the call fail as a whole.
 bool fail(const std::optional<FaultAction>& fault)
 {
-    if (!fault || fault->kind == FaultKind::kShort) {
+    if (!fault || fault->kind == FaultKind::kShort || fault->kind == FaultKind::kTear) {
         return false;
     }
     if (fault->kind == FaultKind::kHang) {
@@ -97,13 +100,14 @@ bool failsByPlan(Call call, int fd)
 Transfer planTransfer(Call call, int fd, size_t bytes)
 {
     if (!planned(call)) {
-        return {false, bytes};
+        return {false, bytes, false};
     }
     const auto fault = decide(call, fd);
     if (fail(fault)) {
-        return {true, 0};
+        return {true, 0, false};
     }
-    return {false, fault && bytes > 1 ? bytes / 2 : bytes};
+    const bool kills = fault && fault->kind == FaultKind::kTear;
+    return {false, fault && bytes > 1 ? bytes / 2 : bytes, kills};
 }
 
 }  // namespace shim

@@ -28,6 +28,7 @@ bool failsByPlan(Call call, int fd);
 struct Transfer {
     bool fails;    ///< `errno` is set
     size_t bytes;  ///< what is left of the transfer: a short one moves half, at least one byte
+    bool kills;    ///< when that much is moved the process is to be killed
 };
 Transfer planTransfer(Call call, int fd, size_t bytes);
 

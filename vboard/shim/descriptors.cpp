@@ -13,6 +13,7 @@
 #include "shim/EntryPoints.h"
 #include "shim/Faults.h"
 #include "shim/Handles.h"
+#include "shim/Journaling.h"
 #include "shim/Next.h"
 
 namespace {
@@ -44,6 +45,16 @@ void forgetAll(unsigned first, unsigned last)
     for (unsigned fd = first; fd <= last && fd < handles::kDescriptors; ++fd) {
         forget(static_cast<int>(fd));
     }
+}
+
+template <typename Operation>
+int synced(int fd, Operation operation)
+{
+    if (shim::failsByPlan(Call::kSync, fd)) {
+        return -1;
+    }
+    const shim::journaling::Syncing syncing(fd);
+    return syncing.done(operation());
 }
 
 template <typename Function>
@@ -140,12 +151,12 @@ void* mmap64(void* start, size_t bytes, int protection, int flags, int fd, off64
 
 int fsync(int fd)
 {
-    return shim::failsByPlan(Call::kSync, fd) ? -1 : NEXT(fsync)(fd);
+    return synced(fd, [fd] { return NEXT(fsync)(fd); });
 }
 
 int fdatasync(int fd)
 {
-    return shim::failsByPlan(Call::kSync, fd) ? -1 : NEXT(fdatasync)(fd);
+    return synced(fd, [fd] { return NEXT(fdatasync)(fd); });
 }
 
 int syncfs(int fd) noexcept

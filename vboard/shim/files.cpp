@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "shim/EntryPoints.h"
+#include "shim/Journaling.h"
 #include "shim/MappedPath.h"
 #include "shim/Next.h"
 
@@ -17,41 +18,81 @@ using shim::Call;
 using shim::onPath;
 using shim::onPaths;
 
+namespace {
+
+/// Makes a call, and a note of it when it has worked.
+template <typename Operation, typename Note>
+int noted(Operation operation, Note note)
+{
+    const shim::journaling::Step step;
+    const int result = operation();
+    if (result == 0) {
+        note();
+    }
+    return result;
+}
+
+template <typename Operation>
+int removing(const char* there, Operation operation)
+{
+    return noted(operation, [&] { shim::journaling::removed(there); });
+}
+
+template <typename Operation>
+int renaming(const char* from, const char* to, Operation operation)
+{
+    return noted(operation, [&] { shim::journaling::renamed(from, to); });
+}
+
+template <typename Operation>
+int truncating(const char* there, off64_t bytes, Operation operation)
+{
+    return noted(operation, [&] { shim::journaling::truncated(there, bytes); });
+}
+
+}  // namespace
+
 extern "C" {
 
 int unlink(const char* path) noexcept
 {
-    return onPath(Call::kUnlink, path, [](const char* there) { return NEXT(unlink)(there); });
+    return onPath(Call::kUnlink, path,
+                  [](const char* there) { return removing(there, [&] { return NEXT(unlink)(there); }); });
 }
 
 int unlinkat(int directory, const char* path, int flags) noexcept
 {
-    return onPath(Call::kUnlink, path,
-                  [&](const char* there) { return NEXT(unlinkat)(directory, there, flags); });
+    return onPath(Call::kUnlink, path, [&](const char* there) {
+        return removing(there, [&] { return NEXT(unlinkat)(directory, there, flags); });
+    });
 }
 
 int remove(const char* path) noexcept
 {
-    return onPath(Call::kUnlink, path, [](const char* there) { return NEXT(remove)(there); });
+    return onPath(Call::kUnlink, path,
+                  [](const char* there) { return removing(there, [&] { return NEXT(remove)(there); }); });
 }
 
 int rename(const char* from, const char* to) noexcept
 {
-    return onPaths(Call::kRename, from, to,
-                   [](const char* source, const char* target) { return NEXT(rename)(source, target); });
+    return onPaths(Call::kRename, from, to, [](const char* source, const char* target) {
+        return renaming(source, target, [&] { return NEXT(rename)(source, target); });
+    });
 }
 
 int renameat(int fromDirectory, const char* from, int toDirectory, const char* to) noexcept
 {
     return onPaths(Call::kRename, from, to, [&](const char* source, const char* target) {
-        return NEXT(renameat)(fromDirectory, source, toDirectory, target);
+        return renaming(source, target,
+                        [&] { return NEXT(renameat)(fromDirectory, source, toDirectory, target); });
     });
 }
 
 int renameat2(int fromDirectory, const char* from, int toDirectory, const char* to, unsigned flags) noexcept
 {
     return onPaths(Call::kRename, from, to, [&](const char* source, const char* target) {
-        return NEXT(renameat2)(fromDirectory, source, toDirectory, target, flags);
+        return renaming(source, target,
+                        [&] { return NEXT(renameat2)(fromDirectory, source, toDirectory, target, flags); });
     });
 }
 
@@ -109,12 +150,16 @@ ssize_t __readlinkat_chk(int directory, const char* path, char* target, size_t b
 
 int truncate(const char* path, off_t bytes) noexcept
 {
-    return onPath(Call::kTruncate, path, [&](const char* there) { return NEXT(truncate)(there, bytes); });
+    return onPath(Call::kTruncate, path, [&](const char* there) {
+        return truncating(there, bytes, [&] { return NEXT(truncate)(there, bytes); });
+    });
 }
 
 int truncate64(const char* path, off64_t bytes) noexcept
 {
-    return onPath(Call::kTruncate, path, [&](const char* there) { return NEXT(truncate64)(there, bytes); });
+    return onPath(Call::kTruncate, path, [&](const char* there) {
+        return truncating(there, bytes, [&] { return NEXT(truncate64)(there, bytes); });
+    });
 }
 
 int chmod(const char* path, mode_t mode) noexcept

@@ -11,6 +11,7 @@
 #include "shim/Devices.h"
 #include "shim/EntryPoints.h"
 #include "shim/Handles.h"
+#include "shim/Journaling.h"
 #include "shim/MappedPath.h"
 #include "shim/Next.h"
 
@@ -41,7 +42,11 @@ int openAny(int directory, const char* path, int flags, mode_t mode)
         return shim::failsByPlan(Call::kOpen, path) ? -1 : shim::devices::open(*node, flags);
     }
     return shim::onPath(Call::kOpen, path, [&](const char* there) {
-        return fresh(NEXT(openat)(directory, there, flags, mode));
+        const shim::journaling::Step step;
+        const shim::journaling::Opening opening(there, flags);
+        const int fd = fresh(NEXT(openat)(directory, there, flags, mode));
+        opening.done(fd);
+        return fd;
     });
 }
 

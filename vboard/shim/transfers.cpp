@@ -3,8 +3,10 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include "faults/FaultPlan.h"
 #include "shim/EntryPoints.h"
 #include "shim/Faults.h"
+#include "shim/Journaling.h"
 #include "shim/Next.h"
 
 namespace {
@@ -15,7 +17,11 @@ template <typename Operation>
 ssize_t transfer(Call call, int fd, size_t bytes, Operation operation)
 {
     const shim::Transfer planned = shim::planTransfer(call, fd, bytes);
-    return planned.fails ? -1 : operation(planned.bytes);
+    const ssize_t moved = planned.fails ? -1 : operation(planned.bytes);
+    if (planned.kills) {
+        board::FaultPlan::killProcess();
+    }
+    return moved;
 }
 
 size_t bytesOf(const iovec* parts, int count)
@@ -27,13 +33,46 @@ size_t bytesOf(const iovec* parts, int count)
     return bytes;
 }
 
+ssize_t writeNoted(int fd, const void* data, size_t bytes)
+{
+    const shim::journaling::Step step;
+    const ssize_t written = NEXT(write)(fd, data, bytes);
+    shim::journaling::written(fd, data, written);
+    return written;
+}
+
 /// Writes the first bytes of what the parts hold: of the first part that is not empty, as much as allowed.
 ssize_t writeStart(int fd, const iovec* parts, size_t bytes)
 {
     while (parts->iov_len == 0) {
         ++parts;
     }
-    return NEXT(write)(fd, parts->iov_base, bytes < parts->iov_len ? bytes : parts->iov_len);
+    return writeNoted(fd, parts->iov_base, bytes < parts->iov_len ? bytes : parts->iov_len);
+}
+
+/// The parts are noted as writes of their own.
+ssize_t writeParts(int fd, const iovec* parts, int count)
+{
+    const shim::journaling::Step step;
+    const ssize_t written = NEXT(writev)(fd, parts, count);
+    const int64_t end = written > 0 && shim::journaling::isOn() ? ::lseek64(fd, 0, SEEK_CUR) : 0;
+    int64_t at = end - written;
+    for (int i = 0; i < count && at < end; ++i) {
+        const auto length = static_cast<int64_t>(parts[i].iov_len);
+        const int64_t taken = length < end - at ? length : end - at;
+        shim::journaling::written(fd, parts[i].iov_base, static_cast<ssize_t>(taken), at);
+        at += taken;
+    }
+    return written;
+}
+
+template <typename Operation>
+ssize_t writeAt(int fd, const void* data, int64_t offset, Operation operation)
+{
+    const shim::journaling::Step step;
+    const ssize_t written = operation();
+    shim::journaling::written(fd, data, written, offset);
+    return written;
 }
 
 }  // namespace
@@ -77,26 +116,28 @@ ssize_t __pread64_chk(int fd, void* data, size_t bytes, off64_t offset, size_t r
 
 ssize_t write(int fd, const void* data, size_t bytes)
 {
-    return transfer(Call::kWrite, fd, bytes, [&](size_t allowed) { return NEXT(write)(fd, data, allowed); });
+    return transfer(Call::kWrite, fd, bytes, [&](size_t allowed) { return writeNoted(fd, data, allowed); });
 }
 
 ssize_t pwrite(int fd, const void* data, size_t bytes, off_t offset)
 {
-    return transfer(Call::kWrite, fd, bytes,
-                    [&](size_t allowed) { return NEXT(pwrite)(fd, data, allowed, offset); });
+    return transfer(Call::kWrite, fd, bytes, [&](size_t allowed) {
+        return writeAt(fd, data, offset, [&] { return NEXT(pwrite)(fd, data, allowed, offset); });
+    });
 }
 
 ssize_t pwrite64(int fd, const void* data, size_t bytes, off64_t offset)
 {
-    return transfer(Call::kWrite, fd, bytes,
-                    [&](size_t allowed) { return NEXT(pwrite64)(fd, data, allowed, offset); });
+    return transfer(Call::kWrite, fd, bytes, [&](size_t allowed) {
+        return writeAt(fd, data, offset, [&] { return NEXT(pwrite64)(fd, data, allowed, offset); });
+    });
 }
 
 ssize_t writev(int fd, const iovec* parts, int count)
 {
     const size_t all = bytesOf(parts, count);
     return transfer(Call::kWrite, fd, all, [&](size_t allowed) {
-        return allowed < all ? writeStart(fd, parts, allowed) : NEXT(writev)(fd, parts, count);
+        return allowed < all ? writeStart(fd, parts, allowed) : writeParts(fd, parts, count);
     });
 }
 
