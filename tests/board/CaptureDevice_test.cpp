@@ -19,6 +19,7 @@
 #include "board/Device.h"
 #include "capture/PatternCode.h"
 #include "capture/PictureSource.h"
+#include "faults/FaultPlan.h"
 
 namespace {
 
@@ -176,6 +177,48 @@ protected:
 
     support::ScratchBoard scratch_;
 };
+
+/// What the plan makes of a camera, in five dequeues of one that is not paced.
+TEST_F(CaptureDevice, IsSparedWhatThePlanSaysBefallsIt)
+{
+    const board::FaultPlan plan(scratch_.board());
+    ASSERT_EQ(plan.add("VIDIOC_DQBUF@/dev/video0#2=bad"), "");
+    ASSERT_EQ(plan.add("VIDIOC_DQBUF@/dev/video0#3/2=lost"), "");
+    ASSERT_EQ(plan.add("VIDIOC_DQBUF@/dev/video0#4=wrap"), "");
+    ASSERT_EQ(plan.add("VIDIOC_DQBUF@/dev/video0#6=nosignal"), "");
+    ASSERT_EQ(plan.add("VIDIOC_DQBUF@/dev/video0#8=gone"), "");
+    Camera camera(scratch_, 0);
+    start(camera);
+    camera.cycle();
+    EXPECT_EQ(camera.last().flags & V4L2_BUF_FLAG_ERROR, 0U);
+    camera.cycle();
+    EXPECT_NE(camera.last().flags & V4L2_BUF_FLAG_ERROR, 0U);
+
+    camera.cycle();  // one frame is lost
+    EXPECT_EQ(camera.last().flags & V4L2_BUF_FLAG_ERROR, 0U);
+    EXPECT_EQ(camera.last().sequence, 3U);
+    EXPECT_EQ(camera.shown().frame, 3U);
+    EXPECT_EQ(counters(0).dropped, 1U);
+
+    camera.cycle();  // numbers and times are about to wrap
+    EXPECT_GT(camera.last().sequence, UINT32_MAX - 10U);
+    constexpr int64_t kLargestTime = INT32_MAX;
+    EXPECT_LE(std::abs(static_cast<int64_t>(camera.last().timestamp.tv_sec) - kLargestTime), 1);
+    camera.cycle();
+    EXPECT_EQ(camera.shown().frame, 6U) << "the second of the lost ones";
+
+    v4l2_std_id standard = 0;
+    ASSERT_EQ(camera.call(VIDIOC_QUERYSTD, standard), 0);
+    EXPECT_NE(standard, V4L2_STD_UNKNOWN);
+    camera.cycle();
+    EXPECT_FALSE(camera.reading(camera.last().index)) << "there is no picture without a signal";
+    ASSERT_EQ(camera.call(VIDIOC_QUERYSTD, standard), 0);
+    EXPECT_EQ(standard, V4L2_STD_UNKNOWN);
+
+    camera.cycle();
+    EXPECT_EQ(camera.dequeue(), -ENODEV);
+    EXPECT_EQ(camera.queue(0), -ENODEV);
+}
 
 TEST_F(CaptureDevice, AcceptsAFormatOrSizeThatTheBoardHasNot)
 {

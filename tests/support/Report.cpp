@@ -50,6 +50,16 @@ uint64_t Report::calls(const std::string& device, const std::string& call) const
     return number(json_, "/calls/" + device + "/" + call);
 }
 
+std::vector<CallTarget> Report::callTargets() const
+{
+    std::vector<CallTarget> result;
+    for (const auto& entry : json_.value("callTargets", nlohmann::json::array())) {
+        result.push_back({entry.at("call").get<std::string>(), entry.at("target").get<std::string>(),
+                          entry.at("count").get<uint64_t>()});
+    }
+    return result;
+}
+
 uint64_t Report::faultsFired() const
 {
     uint64_t fired = 0;

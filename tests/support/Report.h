@@ -7,6 +7,12 @@
 
 namespace support {
 
+/// A call and what it was made on, both as the fault plan names them.
+struct CallTarget {
+    std::string call, target;
+    uint64_t count = 0;
+};
+
 /// What the board noted about a run.
 class Report {
 public:
@@ -18,6 +24,8 @@ public:
     uint64_t framesDelivered(int camera) const;  ///< camera 1 to 4
     uint64_t framesDropped(int camera) const;
     uint64_t calls(const std::string& device, const std::string& call) const;
+    /// Every call of the run that could fail; empty unless the launcher was told to list them.
+    std::vector<CallTarget> callTargets() const;
     /// How often the faults of the plan fired, all together.
     uint64_t faultsFired() const;
     /// One line for each allocation that was still live, and for each call that the board refused.

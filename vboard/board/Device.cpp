@@ -31,8 +31,12 @@ int Device::ioctl(unsigned long requestNumber, void* argument)
         return refuse("ioctl", -ENOTTY, std::string("unknown request ") + number);
     }
     board_.countCall(name_, known->name);
-    if (const auto fault = FaultPlan(board_).check(known->name, path_)) {
+    const auto fault = FaultPlan(board_).check(known->name, path_);
+    if (fault && !befall(*fault)) {
         return answerOf(*fault);
+    }
+    if (!isPresent()) {
+        return -ENODEV;
     }
     if (known->takesRecord && argument == nullptr) {
         return refuse(known->name, -EFAULT, "null record");

@@ -12,6 +12,7 @@
 namespace board {
 
 class Device;
+struct FaultAction;
 
 /// One request that a device knows: its number, its name for the report and the fault plan, and who answers
 /// it.
@@ -54,6 +55,12 @@ protected:
         size_t count;
     };
     virtual Table requests() const = 0;
+
+    /// Lets a fault change the device, which then answers the request as it is by now; false for a fault
+    /// that is no more than a failing request.
+    virtual bool befall(const FaultAction& /*fault*/) { return false; }
+    /// False once the node has disappeared from under its handles.
+    virtual bool isPresent() const { return true; }
 
     Board& board() const { return board_; }
     /// Notes for the report why a call was refused, and gives the error back.

@@ -15,7 +15,7 @@
 namespace board {
 
 constexpr uint32_t kStateMagic = 0x44424356;  // "VCBD"
-constexpr uint32_t kStateVersion = 1;
+constexpr uint32_t kStateVersion = 2;
 
 /// Physical memory of the board as the devices see it. The file "memory" carries it at the same offsets, so
 /// that a descriptor of that file, mapped at a physical address, gives that memory.
@@ -45,6 +45,7 @@ constexpr size_t kTargetBytes = 96;
 constexpr size_t kReasonBytes = 100;
 constexpr size_t kPresetBytes = 24;
 constexpr size_t kCallCounts = 192;
+constexpr size_t kCallTargets = 384;
 
 struct Allocation {
     uint32_t base;
@@ -75,8 +76,9 @@ struct Fault {
     char call[kCallNameBytes];
     char target[kTargetBytes];  ///< fnmatch pattern
     uint64_t from, to;          ///< occurrences that fail, counted from 1
+    uint64_t step;              ///< of those, each so many'th
     int32_t error;  ///< a positive errno, or the number that the codec library returns (then negative or 0)
-    uint32_t kind;  ///< faults::Kind
+    uint32_t kind;  ///< FaultKind
     std::atomic<uint64_t> seen;
     std::atomic<uint64_t> fired;
 };
@@ -84,6 +86,13 @@ struct Fault {
 struct CallCount {
     char device[kDeviceNameBytes];
     char call[kCallNameBytes];
+    std::atomic<uint64_t> count;
+};
+
+/// A call on a target, both as the fault plan names them.
+struct CallTarget {
+    char call[kCallNameBytes];
+    char target[kTargetBytes];
     std::atomic<uint64_t> count;
 };
 
@@ -122,6 +131,10 @@ struct State {
 
     std::atomic<uint64_t> framesEncoded;
     std::atomic<uint64_t> bytesEncoded;
+
+    uint32_t listsCalls;  ///< not 0: callTargets is kept
+    std::atomic<uint32_t> callTargetUsed;
+    std::array<CallTarget, kCallTargets> callTargets;
 };
 
 // NOLINTBEGIN(readability-magic-numbers): the layout, as counted by hand
@@ -130,8 +143,9 @@ static_assert(sizeof(fb_var_screeninfo) == 160, "the same on every processor");
 static_assert(sizeof(Allocation) == 32);
 static_assert(sizeof(Framebuffer) == 192);
 static_assert(sizeof(Camera) == 24);
-static_assert(sizeof(Fault) == 176 && offsetof(Fault, from) == 136);
+static_assert(sizeof(Fault) == 184 && offsetof(Fault, from) == 136);
 static_assert(sizeof(CallCount) == 72 && offsetof(CallCount, count) == 64);
+static_assert(sizeof(CallTarget) == 144 && offsetof(CallTarget, count) == 136);
 static_assert(sizeof(Refusal) == 160);
 static_assert(offsetof(State, allocations) == 72);
 // NOLINTEND(readability-magic-numbers)

@@ -11,6 +11,7 @@
 
 #include "capture/CaptureStream.h"
 #include "capture/PictureSource.h"
+#include "faults/FaultPlan.h"
 
 namespace board {
 namespace {
@@ -68,6 +69,8 @@ public:
 
 protected:
     Table requests() const override;
+    bool befall(const FaultAction& fault) override { return stream_.befall(fault.kind); }
+    bool isPresent() const override { return stream_.isPresent(); }
 
 private:
     // What the device is and can be set to.
@@ -86,6 +89,7 @@ private:
     int getControl(v4l2_control& record);
     int setStandard(const v4l2_std_id& standard);
     int getStandard(v4l2_std_id& standard);
+    int queryStandard(v4l2_std_id& standard);
 
     // Buffers and streaming are the stream's affair.
     int requestBuffers(v4l2_requestbuffers& record) { return stream_.requestBuffers(record); }
@@ -109,6 +113,9 @@ int CaptureDevice::open()
 {
     if (isDualLite() && index_ >= kDualLiteDevices) {
         return -ENOENT;
+    }
+    if (!isPresent()) {
+        return -ENODEV;
     }
     const std::lock_guard<std::mutex> guard(lock_);
     ++handles_;
@@ -146,6 +153,7 @@ int CaptureDevice::enumerateInput(v4l2_input& record)
     std::snprintf(reinterpret_cast<char*>(record.name), sizeof(record.name), "Camera path %u", index);
     record.type = V4L2_INPUT_TYPE_CAMERA;
     record.std = kStandard;
+    record.status = stream_.hasSignal() ? 0 : V4L2_IN_ST_NO_SIGNAL | V4L2_IN_ST_NO_H_LOCK;
     return 0;
 }
 
@@ -276,6 +284,12 @@ int CaptureDevice::getStandard(v4l2_std_id& standard)
     return 0;
 }
 
+int CaptureDevice::queryStandard(v4l2_std_id& standard)
+{
+    standard = stream_.hasSignal() ? kStandard : V4L2_STD_UNKNOWN;
+    return 0;
+}
+
 Device::Table CaptureDevice::requests() const
 {
     static constexpr std::array kRequests{
@@ -295,7 +309,7 @@ Device::Table CaptureDevice::requests() const
         request<VIDIOC_G_CTRL, &CaptureDevice::getControl>("VIDIOC_G_CTRL"),
         request<VIDIOC_S_STD, &CaptureDevice::setStandard>("VIDIOC_S_STD"),
         request<VIDIOC_G_STD, &CaptureDevice::getStandard>("VIDIOC_G_STD"),
-        request<VIDIOC_QUERYSTD, &CaptureDevice::getStandard>("VIDIOC_QUERYSTD"),
+        request<VIDIOC_QUERYSTD, &CaptureDevice::queryStandard>("VIDIOC_QUERYSTD"),
         request<VIDIOC_REQBUFS, &CaptureDevice::requestBuffers>("VIDIOC_REQBUFS"),
         request<VIDIOC_QUERYBUF, &CaptureDevice::queryBuffer>("VIDIOC_QUERYBUF"),
         request<VIDIOC_QBUF, &CaptureDevice::queueBuffer>("VIDIOC_QBUF"),

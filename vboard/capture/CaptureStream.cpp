@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <limits>
 
 #include "board/Real.h"
@@ -15,6 +16,7 @@ namespace {
 constexpr uint64_t kUsPerSecond = 1000000;
 constexpr uint64_t kLongestNapUs = 20000;  // so that a waiting dequeue sees the end of streaming
 constexpr uint64_t kIdleNapUs = 1000;
+constexpr int kUnfilledByte = 0x80;
 
 bool isCapture(uint32_t type)
 {
@@ -147,12 +149,11 @@ void CaptureStream::describe(uint32_t index, v4l2_buffer& record)
     record.field = V4L2_FIELD_INTERLACED;
     record.length = buffer.length;
     record.bytesused = kPictureBytes;
-    record.sequence = buffer.frame.sequence;
+    record.sequence = buffer.frame.sequence + sequenceOffset_;
+    const uint64_t timeUs = buffer.frame.timeUs + timeOffsetUs_;
     record.timestamp = {};
-    record.timestamp.tv_sec =
-        static_cast<decltype(record.timestamp.tv_sec)>(buffer.frame.timeUs / kUsPerSecond);
-    record.timestamp.tv_usec =
-        static_cast<decltype(record.timestamp.tv_usec)>(buffer.frame.timeUs % kUsPerSecond);
+    record.timestamp.tv_sec = static_cast<decltype(record.timestamp.tv_sec)>(timeUs / kUsPerSecond);
+    record.timestamp.tv_usec = static_cast<decltype(record.timestamp.tv_usec)>(timeUs % kUsPerSecond);
     if (memory_ == V4L2_MEMORY_MMAP) {
         record.m.offset = buffer.physical;
         record.flags |= V4L2_BUF_FLAG_MAPPED;
@@ -302,8 +303,9 @@ CaptureStream::Turn CaptureStream::takeFrame(uint32_t& index, uint64_t& napUs, b
     if (!clock_.paced() && !buffers_.anyDone() && buffers_.anyQueued()) {
         buffers_.fill({unpacedFrames_, nextSequence_, nowUs});
         ++nextSequence_;
+        ++unpacedFrames_;
     }
-    if (buffers_.anyDone()) {
+    if (buffers_.anyDone() && !loseFrame()) {
         index = buffers_.takeDone();
         return Turn::kTaken;
     }
@@ -317,11 +319,12 @@ int CaptureStream::deliver(uint32_t index, v4l2_buffer& record)
     std::unique_lock<std::mutex> guard(lock_);
     const uint32_t session = session_;
     const uint32_t shown = camera();
+    const bool signal = signal_;
     const CaptureBuffer buffer = buffers_[index];
     guard.unlock();
 
     uint8_t* target = PhysicalMemory(board_).at(buffer.physical, kPictureBytes);
-    const bool drawn = target != nullptr && drawFrame(shown, buffer.frame.number, target);
+    const bool drawn = target != nullptr && drawFrame(signal ? shown : kCameras, buffer.frame.number, target);
 
     guard.lock();
     const bool stillStreaming = streaming_ && session == session_;
@@ -334,7 +337,11 @@ int CaptureStream::deliver(uint32_t index, v4l2_buffer& record)
     }
     buffers_[index].state = CaptureBuffer::State::kDequeued;
     describe(index, record);
-    ++unpacedFrames_;
+    if (badFrame_) {
+        std::memset(target + kPictureBytes / 2, kUnfilledByte, kPictureBytes / 2);
+        record.flags |= V4L2_BUF_FLAG_ERROR;
+        badFrame_ = false;
+    }
     guard.unlock();
     countDelivered(shown);
     return 0;
@@ -360,6 +367,70 @@ void CaptureStream::countDelivered(uint32_t camera) const
     if (camera == 0 && delivered == state.frameLimit) {
         real::kill(state.program, SIGINT);
     }
+}
+
+bool CaptureStream::befall(FaultKind kind)
+{
+    if (kind == FaultKind::kGone) {
+        real::sleepUs(kIdleNapUs);  // the dequeue is waiting when it happens
+    }
+    const std::lock_guard<std::mutex> guard(lock_);
+    switch (kind) {
+        case FaultKind::kBadFrame:
+            badFrame_ = true;
+            return true;
+        case FaultKind::kLostFrame:
+            ++framesToLose_;
+            return true;
+        case FaultKind::kWrap:
+            wrapSoon();
+            return true;
+        case FaultKind::kNoSignal:
+            signal_ = false;
+            return true;
+        case FaultKind::kGone:
+            present_ = false;
+            return true;
+        default:
+            return false;
+    }
+}
+
+/// Lets the frame that was filled first go by, if one is to be lost; its buffer waits again.
+bool CaptureStream::loseFrame()
+{
+    if (framesToLose_ == 0) {
+        return false;
+    }
+    --framesToLose_;
+    buffers_.putBack(buffers_.takeDone());
+    const uint32_t shown = camera();
+    if (shown < kCameras) {
+        ++board_.state().cameras[shown].dropped;
+    }
+    return true;
+}
+
+void CaptureStream::wrapSoon()
+{
+    constexpr uint32_t kFramesLeft = 8;
+    constexpr uint64_t kLargestTimeUs = 0x7FFFFFFF * kUsPerSecond;  // of a time_t of 32 bits
+    const uint32_t next =
+        clock_.paced() ? static_cast<uint32_t>(nextInstant_ - firstInstant_) : nextSequence_;
+    sequenceOffset_ = 0U - kFramesLeft - next;
+    timeOffsetUs_ = kLargestTimeUs - real::monotonicUs();
+}
+
+bool CaptureStream::isPresent() const
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    return present_;
+}
+
+bool CaptureStream::hasSignal() const
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    return signal_;
 }
 
 bool CaptureStream::isStreaming() const

@@ -11,6 +11,7 @@
 #include "capture/BufferQueue.h"
 #include "capture/FrameClock.h"
 #include "capture/PictureSource.h"
+#include "faults/FaultPlan.h"
 
 namespace board {
 
@@ -32,7 +33,12 @@ public:
     int streamOn(const int& type);
     int streamOff(const int& type);
 
+    /// What a fault does to the camera at a dequeue; false for one that is no camera's.
+    bool befall(FaultKind kind);
+
     bool isStreaming() const;
+    bool isPresent() const;  ///< false: the node has disappeared
+    bool hasSignal() const;
     bool hasBuffers() const;
     /// The last handle has gone: streaming stops, buffers are given back.
     void end();
@@ -51,6 +57,8 @@ private:
     void freeBuffers();
     void stopStreaming();
     void advance(uint64_t nowUs);
+    bool loseFrame();
+    void wrapSoon();
 
     /// Takes the lock itself.
     int checkDequeued(const v4l2_buffer& record);
@@ -75,7 +83,15 @@ private:
     uint64_t firstInstant_ = 0;   // of this streaming, when paced
     uint64_t nextInstant_ = 0;    // the first one that is not dealt with, when paced
     uint32_t nextSequence_ = 0;   // when not paced
-    uint64_t unpacedFrames_ = 0;  // delivered so far, also before this streaming: the next one's number
+    uint64_t unpacedFrames_ = 0;  // so far, also before this streaming: the next one's number
+
+    // What has befallen the camera.
+    bool present_ = true;
+    bool signal_ = true;
+    bool badFrame_ = false;      // the next one
+    uint32_t framesToLose_ = 0;  // the next ones
+    uint32_t sequenceOffset_ = 0;
+    uint64_t timeOffsetUs_ = 0;
 
     std::mutex drawing_;
     std::array<std::unique_ptr<PictureSource>, kCameras + 1> sources_;  // the last one: no input

@@ -173,6 +173,7 @@ std::string describe(const BoardOptions& options, board::Board& made)
     for (size_t i = 0; i < board::kCameras; ++i) {
         state.cameras[i].kind = kindOf(options.cameras[i]);
     }
+    state.listsCalls = options.listsCalls ? 1 : 0;
     state.inputPair[0] = 0;
     state.inputPair[1] = 1;
     for (const std::string& rule : options.faults) {

@@ -191,8 +191,12 @@ void Grammar::describeRun()
         ->capture_default_str();
     run.add_option("--frames", board.frameLimit, "SIGINT to the program after so many frames of camera 1")
         ->check(CLI::PositiveNumber);
-    run.add_option("--fault", board.faults,
-                   "CALL@TARGET#N=ERROR: the Nth matching call fails (N+: from the Nth on, *: always)")
+    run.add_option(
+           "--fault", board.faults,
+           "CALL@TARGET#N=ERROR: the Nth matching call fails (N+: from the Nth on, N/M: the Nth and "
+           "each Mth after it, *: always). ERROR: an errno or codec result by name or number, short, hang, "
+           "slow:MS; with VIDIOC_DQBUF also bad (marked as damaged), lost, wrap (numbers and times), "
+           "nosignal, gone (the node)")
         ->allow_extra_args(false);
     run.add_option("--codec-preset", board.codecPreset, "Speed preset of the encoder")
         ->check(CLI::IsMember(std::vector<std::string>(kPresets.begin(), kPresets.end())))
@@ -209,6 +213,7 @@ void Grammar::describeRun()
         "--journal", board.journal,
         "Note in DIR/journal what happens to files, for 'vboard cut' to cut the power at any moment");
     run.add_option("--report", toRun.report, "Write a report of the run as JSON");
+    run.add_flag("--list-calls", board.listsCalls, "Have the report list every call on every target");
 }
 
 Request Grammar::request(const Command& afterDashes)

@@ -35,6 +35,7 @@ struct BoardOptions {
     board::Devices devices = board::Devices::kWorking;
     bool mounted = true;
     bool journal = false;  ///< keep a journal of what programs do to files
+    bool listsCalls = false;  ///< for the report: which calls could fail
 };
 
 /// A program that another kind of processor runs: what runs it here, and the board's library of its kind.

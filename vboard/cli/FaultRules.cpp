@@ -12,6 +12,7 @@ namespace {
 /// Device requests and the codec library's functions are named as they are; they begin so.
 constexpr std::array<std::string_view, 4> kRequests{"VIDIOC_", "IPU_", "FBIO", "MXCFB_"};
 constexpr std::array<std::string_view, 2> kCodec{"vpu_", "IO"};
+constexpr std::array<std::string_view, 5> kCameraEvents{"bad", "lost", "wrap", "nosignal", "gone"};
 
 template <typename Prefixes>
 bool beginsWithOneOf(std::string_view text, const Prefixes& prefixes)
@@ -44,6 +45,10 @@ std::string checkFaultRule(const std::string& rule)
     }
     if (error == "short" && call != "read" && call != "write") {
         return "only read and write can be short, not '" + call + "'";
+    }
+    const auto* const end = kCameraEvents.end();
+    if (call != "VIDIOC_DQBUF" && std::find(kCameraEvents.begin(), end, error) != end) {
+        return "'" + error + "' befalls a camera at VIDIOC_DQBUF, not at '" + call + "'";
     }
     if (!codec && (error.substr(0, 1) == "-" || error == "0" || error.compare(0, 8, "RETCODE_") == 0)) {
         return "'" + call + "' fails with an errno, not with '" + error + "'";

@@ -33,6 +33,16 @@ json calls(const State& state)
     return devices;
 }
 
+json callTargets(const State& state)
+{
+    json list = json::array();
+    for (size_t i = 0; i < state.callTargetUsed; ++i) {
+        const board::CallTarget& entry = state.callTargets[i];
+        list.push_back({{"call", entry.call}, {"target", entry.target}, {"count", entry.count.load()}});
+    }
+    return list;
+}
+
 json cameras(const State& state)
 {
     json list = json::array();
@@ -101,6 +111,7 @@ bool writeReport(const board::Board& board, int exitStatus, std::ofstream& file)
 {
     const State& state = board.state();
     const json report{{"calls", calls(state)},
+                      {"callTargets", callTargets(state)},
                       {"cameras", cameras(state)},
                       {"framesEncoded", state.framesEncoded.load()},
                       {"bytesEncoded", state.bytesEncoded.load()},

@@ -8,8 +8,10 @@
 #include <charconv>
 #include <csignal>
 #include <cstring>
+#include <string_view>
 
 #include "board/Real.h"
+#include "faults/CallList.h"
 
 namespace board {
 namespace {
@@ -26,11 +28,18 @@ struct NamedError {
 #name, FaultKind::kError, (name) \
     }
 
+constexpr std::string_view kSlow = "slow:";
+
 constexpr std::array kErrors{
     NamedError{"short", FaultKind::kShort, 0},
     NamedError{"hang", FaultKind::kHang, 0},
     NamedError{"kill", FaultKind::kKill, 0},
     NamedError{"tear", FaultKind::kTear, 0},
+    NamedError{"bad", FaultKind::kBadFrame, 0},
+    NamedError{"lost", FaultKind::kLostFrame, 0},
+    NamedError{"wrap", FaultKind::kWrap, 0},
+    NamedError{"nosignal", FaultKind::kNoSignal, 0},
+    NamedError{"gone", FaultKind::kGone, 0},
     ERRNO(EPERM),
     ERRNO(ENOENT),
     ERRNO(EINTR),
@@ -91,8 +100,18 @@ bool parseNumber(const std::string& text, Number& value)
     return !text.empty() && result.ec == std::errc() && result.ptr == end;
 }
 
+bool parseSlowness(const std::string& text, Fault& fault)
+{
+    fault.kind = static_cast<uint32_t>(FaultKind::kSlow);
+    return text.compare(0, kSlow.size(), kSlow) == 0 && parseNumber(text.substr(kSlow.size()), fault.error) &&
+           fault.error > 0;
+}
+
 bool parseError(const std::string& text, Fault& fault)
 {
+    if (parseSlowness(text, fault)) {
+        return true;
+    }
     for (const NamedError& known : kErrors) {
         if (text == known.name) {
             fault.kind = static_cast<uint32_t>(known.kind);
@@ -106,8 +125,21 @@ bool parseError(const std::string& text, Fault& fault)
 
 constexpr uint64_t kForEver = UINT64_MAX;
 
+/// "N/M"; false when it is none.
+bool parsePeriod(const std::string& text, Fault& fault)
+{
+    const size_t slash = text.find('/');
+    fault.to = kForEver;
+    return slash != std::string::npos && parseNumber(text.substr(0, slash), fault.from) && fault.from != 0 &&
+           parseNumber(text.substr(slash + 1), fault.step) && fault.step != 0;
+}
+
 bool parseOccurrence(std::string text, Fault& fault)
 {
+    if (parsePeriod(text, fault)) {
+        return true;
+    }
+    fault.step = 1;
     if (text == "*") {
         fault.from = 1;
         fault.to = kForEver;
@@ -132,6 +164,33 @@ bool store(char (&target)[Size], const std::string& text)
     }
     std::memcpy(target, text.c_str(), text.size() + 1);
     return true;
+}
+
+std::string occurrenceText(const Fault& fault)
+{
+    const std::string first = std::to_string(fault.from);
+    if (fault.step != 1) {
+        return first + "/" + std::to_string(fault.step);
+    }
+    if (fault.to != kForEver) {
+        return first;
+    }
+    return fault.from == 1 ? "*" : first + "+";
+}
+
+bool isTurnOf(const Fault& rule, uint64_t occurrence)
+{
+    return occurrence >= rule.from && occurrence <= rule.to && (occurrence - rule.from) % rule.step == 0;
+}
+
+/// A signal does not make a slow device any faster.
+void delay(uint64_t milliseconds)
+{
+    constexpr uint64_t kUsPerMs = 1000;
+    const uint64_t endUs = real::monotonicUs() + milliseconds * kUsPerMs;
+    for (uint64_t nowUs = real::monotonicUs(); nowUs < endUs; nowUs = real::monotonicUs()) {
+        real::sleepUs(endUs - nowUs);
+    }
 }
 
 }  // namespace
@@ -163,6 +222,7 @@ void FaultPlan::killProcess()
 
 std::optional<FaultAction> FaultPlan::decide(const char* call, const char* target) const
 {
+    CallList(board_).note(call, target);
     std::optional<FaultAction> decision;
     for (uint32_t i = 0; i < state_.faultCount; ++i) {
         Fault& rule = state_.faults[i];
@@ -170,33 +230,37 @@ std::optional<FaultAction> FaultPlan::decide(const char* call, const char* targe
             continue;
         }
         const uint64_t occurrence = ++rule.seen;
-        if (!decision && occurrence >= rule.from && occurrence <= rule.to) {
+        if (!decision && isTurnOf(rule, occurrence)) {
             ++rule.fired;
             decision = FaultAction{static_cast<FaultKind>(rule.kind), rule.error};
         }
+    }
+    if (decision && decision->kind == FaultKind::kSlow) {
+        delay(static_cast<uint64_t>(decision->error));
+        return std::nullopt;
     }
     return decision;
 }
 
 bool FaultPlan::names(const char* call) const
 {
-    for (uint32_t i = 0; i < state_.faultCount; ++i) {
-        if (std::strcmp(state_.faults[i].call, call) == 0) {
-            return true;
-        }
-    }
-    return false;
+    auto* const first = state_.faults.data();
+    return CallList(board_).isKept() || std::any_of(first, first + state_.faultCount, [&](const Fault& rule) {
+               return std::strcmp(rule.call, call) == 0;
+           });
 }
 
 std::string FaultPlan::textOf(const Fault& fault)
 {
-    const bool always = fault.from == 1 && fault.to == kForEver;
-    const std::string number = std::to_string(fault.from) + (fault.to == kForEver ? "+" : "");
     const auto* known = std::find_if(kErrors.begin(), kErrors.end(), [&](const NamedError& entry) {
         return static_cast<uint32_t>(entry.kind) == fault.kind && entry.error == fault.error;
     });
-    return std::string(fault.call) + "@" + fault.target + "#" + (always ? "*" : number) + "=" +
-           (known == kErrors.end() ? std::to_string(fault.error) : known->name);
+    const std::string number = std::to_string(fault.error);
+    const bool slow = fault.kind == static_cast<uint32_t>(FaultKind::kSlow);
+    const std::string error = slow                     ? std::string(kSlow) + number
+                              : known == kErrors.end() ? number
+                                                       : known->name;
+    return std::string(fault.call) + "@" + fault.target + "#" + occurrenceText(fault) + "=" + error;
 }
 
 std::string FaultPlan::add(const std::string& rule) const
@@ -217,11 +281,12 @@ std::string FaultPlan::add(const std::string& rule) const
         return "the call or the target of fault '" + rule + "' is empty, too long or no text";
     }
     if (!parseOccurrence(rule.substr(occurrence + 1, error - occurrence - 1), fault)) {
-        return "the occurrence of fault '" + rule + "' is neither N, N+ nor *";
+        return "the occurrence of fault '" + rule + "' is neither N, N+, N/M nor *";
     }
     if (!parseError(rule.substr(error + 1), fault)) {
         return "the error of fault '" + rule +
-               "' is not known: an errno name or number, RETCODE_..., short, hang, kill or tear";
+               "' is not known: an errno name or number, RETCODE_..., short, hang, slow:MS, kill, tear, bad, lost, "
+               "wrap, nosignal or gone";
     }
     ++state_.faultCount;
     return {};
