@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "drivers/interrupted.h"
+#include "lib/interrupted.h"
 
 namespace {
 

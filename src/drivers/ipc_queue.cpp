@@ -7,7 +7,7 @@
 #include <array>
 #include <cstdio>
 
-#include "drivers/interrupted.h"
+#include "lib/interrupted.h"
 #include "types/CancelWindow.h"
 
 namespace {

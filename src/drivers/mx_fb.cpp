@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "drivers/interrupted.h"
 #include "drivers/mxcfb.h"
+#include "lib/interrupted.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "drivers/interrupted.h"
+#include "lib/interrupted.h"
 
 namespace {
 

@@ -224,14 +224,18 @@ bool AviWriter::writeChunk(void* data, unsigned int length)
 {
     const unsigned int padding = (kDwordBytes - length % kDwordBytes) % kDwordBytes;
     const unsigned int codecBytes = firstFrame ? headerLength : 0;
-    firstFrame = false;
 
     char head[kChunkHeadBytes + kHeaderCapacity];
     unsigned int position = 0;
     writeText(head, &position, kFrameTag);
     writeDWORD(head, &position, length + padding + codecBytes);
     std::memcpy(head + position, header, codecBytes);
-    return outputChunk(head, position + codecBytes, static_cast<const char*>(data), length, padding);
+    const bool written =
+        outputChunk(head, position + codecBytes, static_cast<const char*>(data), length, padding);
+    // Parameter sets that did not reach the file whole are the next chunk's to bring: without them nothing in
+    // it can be decoded.
+    firstFrame = firstFrame && !written;
+    return written;
 }
 
 bool AviWriter::writeHeader(const VIDEO_FORMAT& format)

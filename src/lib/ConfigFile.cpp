@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "lib/interrupted.h"
 #include "lib/strfnts.h"
 
 // The interface takes strings by value; start-up is the only caller.
@@ -27,7 +28,8 @@ std::int32_t toNumber(const std::string& text)
 
 bool ConfigFile::parse(std::string path)
 {
-    std::ifstream file(path);
+    std::ifstream file;
+    openInterrupted(file, path.c_str());
     if (!file.is_open()) {
         return false;
     }

@@ -6,9 +6,10 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
+
+#include "lib/interrupted.h"
 
 namespace {
 
@@ -76,7 +77,8 @@ bool VideoWriter::open_file(const char* path)
     std::printf("File Size: %lu\n", static_cast<unsigned long>(status.st_size));
     std::printf("Append: %d\n", append ? 1 : 0);
 
-    fd = ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kFileMode);
+    stop();  // a file whose header could not be written is still open
+    fd = retryInterrupted([&] { return ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kFileMode); });
     firstFrame = true;
     return fd != -1;
 }
@@ -87,10 +89,8 @@ bool VideoWriter::outputBuffer(const char* data, unsigned int length, int paddin
         return true;
     }
     while (length > 0) {
-        const ssize_t written = ::write(fd, data, length);
-        if (written < 0 && errno == EINTR) {
-            continue;  // a signal on its way (SIGINT ends the daemon in order) is no reason to cut a frame
-        }
+        // A signal on its way (SIGINT ends the daemon in order) is no reason to cut a frame.
+        const ssize_t written = retryInterrupted([&] { return ::write(fd, data, length); });
         if (written <= 0) {
             return false;
         }
@@ -101,7 +101,7 @@ bool VideoWriter::outputBuffer(const char* data, unsigned int length, int paddin
         const char zero = 0;
         // Not checked: a reader finds the next chunk by its tag if the padding is cut, and the next frame
         // reports the disk.
-        [[maybe_unused]] const ssize_t ignored = ::write(fd, &zero, 1);
+        retryInterrupted([&] { return ::write(fd, &zero, 1); });
     }
     return true;
 }
@@ -119,10 +119,7 @@ bool VideoWriter::outputChunk(const char* head, unsigned int headLength, const c
     parts.add(kZeros.data(), padding);
     size_t needed = size_t{headLength} + length;
     while (parts.count() > 0) {
-        const ssize_t written = ::writev(fd, parts.first(), parts.count());
-        if (written < 0 && errno == EINTR) {
-            continue;  // as in outputBuffer()
-        }
+        const ssize_t written = retryInterrupted([&] { return ::writev(fd, parts.first(), parts.count()); });
         if (written <= 0) {
             return needed == 0;  // missing padding is no failure, as in outputBuffer()
         }

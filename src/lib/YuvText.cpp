@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "lib/interrupted.h"
+
 namespace {
 
 constexpr unsigned int kTopMargin = 3;   // lines above the band's glyphs
@@ -27,7 +29,11 @@ bool YuvText::setup(uint size, const char* fontPath)
         ft = nullptr;
         return false;
     }
-    if (FT_New_Face(ft, fontPath, 0, &face) != 0 || FT_Set_Pixel_Sizes(face, 0, cSize) != 0) {
+    const auto openFace = [&] {
+        errno = 0;  // the library says nothing of why a file did not open
+        return FT_New_Face(ft, fontPath, 0, &face) == 0 ? 0 : -1;
+    };
+    if (retryInterrupted(openFace) != 0 || FT_Set_Pixel_Sizes(face, 0, cSize) != 0) {
         release();
         return false;
     }

@@ -6,11 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <memory>
 #include <vector>
+
+#include "lib/interrupted.h"
 
 // The interface takes paths by value.
 // NOLINTBEGIN(performance-unnecessary-value-param)
@@ -30,7 +31,7 @@ constexpr size_t kChecksumBytes = 40;
 class Descriptor {
 public:
     Descriptor(const std::string& path, int flags, mode_t mode = 0)
-        : fd_(::open(path.c_str(), flags | O_CLOEXEC, mode))
+        : fd_(retryInterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }))
     {
     }
     Descriptor(const Descriptor&) = delete;
@@ -50,16 +51,6 @@ public:
 private:
     int fd_;
 };
-
-template <typename Call>
-ssize_t retryInterrupted(Call call)
-{
-    ssize_t result = -1;
-    do {
-        result = call();
-    } while (result == -1 && errno == EINTR);
-    return result;
-}
 
 bool writeAll(int fd, const char* data, size_t length)
 {

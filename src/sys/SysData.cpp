@@ -8,6 +8,8 @@
 #include <limits>
 #include <optional>
 
+#include "lib/interrupted.h"
+
 namespace {
 
 constexpr const char* kDisplayStatusFile = "/velmarine/dev-fpd/fpd_status";
@@ -18,7 +20,8 @@ constexpr std::size_t kFieldPrefix = 2;  // "0x"
 /// open.
 std::optional<std::string> firstLine(const char* path)
 {
-    std::ifstream file(path);
+    std::ifstream file;
+    openInterrupted(file, path);
     if (!file.is_open()) {
         return std::nullopt;
     }

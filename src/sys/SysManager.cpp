@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "lib/ConfigFile.h"
+#include "lib/interrupted.h"
 #include "lib/strfnts.h"
 #include "types/CancelWindow.h"
 
@@ -69,7 +70,8 @@ SysManager::~SysManager()
 
 void SysManager::findRecordingMount()
 {
-    std::ifstream mounts(kMountTable);
+    std::ifstream mounts;
+    openInterrupted(mounts, kMountTable);
     for (std::string line; std::getline(mounts, line);) {
         if (line.find(kRecordingMount) != std::string::npos) {
             sys.media.cam.canRecord = true;

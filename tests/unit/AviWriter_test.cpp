@@ -268,6 +268,34 @@ TEST_F(Avi, PaddingThatDoesNotFitOnTheDiskFailsTheFrame)
     }
 }
 
+TEST_F(Avi, TheParameterSetsAreLostWithAFirstFrameThatFindsNoRoom)
+{
+    writer_.writeToHeader("spspps", 6);
+    ASSERT_TRUE(start());
+    for (const size_t room : {kHeaderBytes, kHeaderBytes + 20}) {
+        const unit::FileLimit full(room);
+        EXPECT_FALSE(write(frameBytes(1000, 'a')));
+    }
+    const size_t torn = file().size();
+    EXPECT_TRUE(write("abcd"));
+    EXPECT_EQ(file().substr(torn), "00db" + dword(10) + "spspps" + "abcd");
+    EXPECT_TRUE(write("efgh"));
+    EXPECT_EQ(file().substr(torn + 18), "00db" + dword(4) + "efgh") << "once is enough";
+}
+
+TEST_F(Avi, AStartWithoutRoomForTheHeaderKeepsADescriptor)
+{
+    const auto descriptors = [] {
+        const std::filesystem::directory_iterator list("/proc/self/fd");
+        return std::distance(begin(list), end(list));
+    };
+    const unit::FileLimit full(0);
+    ASSERT_FALSE(start());
+    const auto first = descriptors();
+    ASSERT_FALSE(start());
+    EXPECT_EQ(descriptors(), first);
+}
+
 TEST_F(Avi, AFrameCostsAnAllocation)
 {
     writer_.writeToHeader("spspps", 6);
