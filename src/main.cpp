@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +14,7 @@ SysManager core;
 namespace {
 
 constexpr int kBadUsage = 2;
+constexpr unsigned kReminderSeconds = 1;
 
 constexpr const char* kHelp =
     "Usage: velcamd [--help | --version]\n"
@@ -43,14 +46,20 @@ std::optional<int> handleArguments(int count, char** arguments)
 void sig_handle(int /*signal*/)
 {
     core.exitApplication();
+    // The frame loop may look at that and then begin to wait for a camera that has stopped: it is interrupted
+    // again, and again, until it has seen it.
+    alarm(kReminderSeconds);
 }
 
+/// Signals interrupt what the process waits in (no SA_RESTART).
 void endOnInterrupt()
 {
     struct sigaction action = {};
     action.sa_handler = sig_handle;
     sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);  // cannot fail for a valid signal and handler
+    for (const int number : {SIGINT, SIGALRM}) {
+        sigaction(number, &action, nullptr);  // cannot fail for a valid signal and handler
+    }
 }
 
 }  // namespace
@@ -70,6 +79,7 @@ int main(int count, char** arguments)
     }
     core.start();
     core.runVmgr();
+    alarm(0);  // seen
     core.log_item("(main): Shutting down application", logger::LOG_NOTICE);
     core.stop();
     return EXIT_SUCCESS;

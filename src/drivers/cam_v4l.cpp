@@ -205,7 +205,11 @@ bool cam_v4l::start()
 bool cam_v4l::allocateBuffers()
 {
     return !usesUserPointers() || std::all_of(buffers.begin(), buffers.end(), [this](buffer& target) {
-        return info->ipu->alloc(target, info->framesize);
+        const bool done = info->ipu->alloc(target, info->framesize);
+        if (!done) {
+            target = {};  // what stands there is no address that could be given back
+        }
+        return done;
     });
 }
 
@@ -280,7 +284,9 @@ bool cam_v4l::streamOff() const
 
 bool cam_v4l::off()
 {
-    return !running || streamOff();
+    const bool done = !running || streamOff();
+    holdsFrame_ = holdsFrame_ && !done;  // the end of streaming takes every buffer out of the driver's queue
+    return done;
 }
 
 bool cam_v4l::on()
@@ -301,18 +307,33 @@ bool cam_v4l::dequeue_buffer()
     if (fd == -1) {
         return false;
     }
-    capture_buf = bufferRecord(0);
-    if (!call(VIDIOC_DQBUF, &capture_buf) || capture_buf.index >= kBuffers) {
+    if (!awaitFrame() || capture_buf.index >= kBuffers) {
         return false;
     }
+    holdsFrame_ = true;
     data.currentBuffer = static_cast<u_int8_t>(capture_buf.index);
     data.lastBuffer = static_cast<u_int8_t>((capture_buf.index + kBuffers - 1) % kBuffers);
     return true;
 }
 
+/// A camera may never deliver again, so a wait is taken up after one signal only: a frame that is due comes
+/// before the second.
+bool cam_v4l::awaitFrame()
+{
+    constexpr int kWaits = 2;
+    int result = -1;
+    for (int wait = 0; wait < kWaits && result == -1 && (wait == 0 || errno == EINTR); ++wait) {
+        capture_buf = bufferRecord(0);
+        result = ioctl(fd, VIDIOC_DQBUF, &capture_buf);
+    }
+    return result != -1;
+}
+
 bool cam_v4l::queue_buffer()
 {
-    return call(VIDIOC_QBUF, &capture_buf);
+    const bool done = call(VIDIOC_QBUF, &capture_buf);
+    holdsFrame_ = holdsFrame_ && !done;
+    return done;
 }
 
 void cam_v4l::mem_free()

@@ -54,11 +54,15 @@ public:
     /// Selects which two of the camera inputs (1 to 4) the two capture nodes of a Solo/DualLite deliver.
     bool changeChannels(u_int8_t first, u_int8_t second);
 
-    /// Waits for the next frame. False when the driver fails or names a buffer that does not exist.
+    /// Waits for the next frame, however long. False when the driver fails or names a buffer that does not
+    /// exist, and when a second signal comes during the wait.
     bool dequeue_buffer();
 
     /// Gives the frame of the last dequeue_buffer() back to the driver.
     bool queue_buffer();
+
+    /// The last frame was not given back: the driver has a buffer less until queue_buffer().
+    bool holdsFrame() const { return holdsFrame_; }
 
     /// The newest frame.
     size_t getBufferOffset() const { return buffers[data.currentBuffer].offset; }
@@ -84,6 +88,7 @@ private:
     bool queueAllBuffers() const;
     bool streamOn() const;
     bool streamOff() const;
+    bool awaitFrame();
     void mem_free();
 
     bool usesUserPointers() const;
@@ -99,4 +104,5 @@ private:
     } data = {};
     v4l2_buffer capture_buf = {};  // as the last dequeue left it
     std::array<buffer, kBuffers> buffers = {};
+    bool holdsFrame_ = false;
 };

@@ -107,6 +107,7 @@ bool mx_fb::cameraOverlay(int x, int y)
         return false;
     }
     data.currentBuffer = 0;
+    buffers = {};  // until it is known where they lie: a mode may move them
     info->main.x = x;
     info->main.y = y;
     fb_fix_screeninfo fixed = {};
@@ -226,7 +227,7 @@ bool mx_fb::closeOverlay()
 
 void mx_fb::clearBuffers()
 {
-    if (fb_buff == nullptr) {
+    if (fb_buff == nullptr || buffers[0].start == nullptr) {
         return;
     }
     const size_t pixels = static_cast<size_t>(data.screen_info.xres) * data.screen_info.yres;

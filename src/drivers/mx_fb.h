@@ -63,7 +63,8 @@ public:
     /// Unmaps the pages. False, with the mapping kept, when the mode cannot be read.
     bool closeOverlay();
 
-    /// The page that the next process() shows, to be filled until then.
+    /// The page that the next process() shows, to be filled until then; 0 when the last cameraOverlay() did
+    /// not get so far as to know its pages.
     size_t getBufferOffset() const { return buffers[data.currentBuffer].offset; }
 
     /// Fills all pages with NV12 black; nothing while nothing is mapped.

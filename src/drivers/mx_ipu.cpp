@@ -116,6 +116,8 @@ bool mx_ipu::map(buffer& b)
     void* start =
         mmap(nullptr, b.length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, static_cast<off_t>(b.offset));
     if (start == MAP_FAILED || start == nullptr) {
+        free(b);  // nobody has a use for memory that cannot be reached
+        b.offset = b.length;
         return false;
     }
     b.start = start;

@@ -58,8 +58,7 @@ public:
     bool run(ipu_task& task);
 
     /// Allocates `size` bytes, rounded up to whole pages, and maps them. After a failure `length` and
-    /// `offset` hold the rounded size, or `offset` the address of memory that could not be mapped; `start` is
-    /// null then.
+    /// `offset` hold the rounded size, `start` is null, and nothing is to be freed.
     bool alloc(buffer& b, int size);
 
     /// Unmaps and releases. `offset` and `length` keep their values.

@@ -120,9 +120,14 @@ EncOpenParam openParameters(const mx_vpu::VPU_CFG& cfg, PhysicalAddress bitstrea
 mx_vpu::mx_vpu()
 {
     vpu_versioninfo version = {};
-    init = said(vpu_Init(nullptr) == RETCODE_SUCCESS, "VPU Init Failure.") &&
-           said(vpu_GetVersionInfo(&version) == RETCODE_SUCCESS, "Cannot get version info") &&
+    if (!said(vpu_Init(nullptr) == RETCODE_SUCCESS, "VPU Init Failure.")) {
+        return;
+    }
+    init = said(vpu_GetVersionInfo(&version) == RETCODE_SUCCESS, "Cannot get version info") &&
            obtainBitstreamMemory();
+    if (!init) {
+        vpu_UnInit();  // the destructor gives back only what was obtained as a whole
+    }
 }
 
 mx_vpu::~mx_vpu()
@@ -141,8 +146,14 @@ mx_vpu::~mx_vpu()
 bool mx_vpu::obtainBitstreamMemory()
 {
     data.mem_desc.size = kBitstreamBytes;
-    return said(IOGetPhyMem(&data.mem_desc) == 0, "Unable to obtain physical memory") &&
-           said(IOGetVirtMem(&data.mem_desc) != -1, "Unable to map physical memory");
+    if (!said(IOGetPhyMem(&data.mem_desc) == 0, "Unable to obtain physical memory")) {
+        return false;
+    }
+    const bool mapped = said(IOGetVirtMem(&data.mem_desc) != -1, "Unable to map physical memory");
+    if (!mapped) {
+        IOFreePhyMem(&data.mem_desc);
+    }
+    return mapped;
 }
 
 bool mx_vpu::setup(VPU_CFG config, VideoWriter* writer)

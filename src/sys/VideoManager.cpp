@@ -403,12 +403,24 @@ int VideoManager::paneHeight(int paneWidth) const
 
 bool VideoManager::dequeueAll()
 {
+    giveBackFrames();
     for (std::size_t i = 0; i < channelsInUse_; ++i) {
         if (!ch[i].dequeue_buffer()) {
             return report(kChannels[i].dequeueFailure);
         }
     }
     return true;
+}
+
+/// A pass that failed between dequeue and queue has left frames with us. Kept, they would be missing until a
+/// camera has no buffer left to deliver into.
+void VideoManager::giveBackFrames()
+{
+    for (std::size_t i = 0; i < channelsInUse_; ++i) {
+        if (ch[i].holdsFrame()) {
+            ch[i].queue_buffer();  // one that is refused is tried again in the next pass
+        }
+    }
 }
 
 bool VideoManager::composeRecordFrame()
@@ -442,7 +454,8 @@ bool VideoManager::copyToRecordFrame(std::size_t channel)
 bool VideoManager::composeDisplayPage()
 {
     // The player's overlay stays when a transfer follows a playback: its surface is not the cameras'.
-    displayPass_ = selection_.shown[0] != 0 && canDisplay && !fb.isLentOut();
+    // An overlay that could not be opened has no pages to copy to.
+    displayPass_ = selection_.shown[0] != 0 && canDisplay && !fb.isLentOut() && fb.getBufferOffset() != 0;
     if (!displayPass_ || firstFrame) {
         return true;
     }
@@ -493,6 +506,7 @@ bool VideoManager::encodeFrame()
     sys->media.cam.isRecording = recording;
     if (recording && !vpu.process()) {
         std::puts("Could not encode VPU buffer");
+        vpu.restart();  // the frames that build on the lost one are of no use: go on with one that needs none
         return report("(VideoManager): Could not process VPU");
     }
     return true;

@@ -111,6 +111,7 @@ private:
     void followChannels();
     void updateGeometry();
     bool dequeueAll();
+    void giveBackFrames();
     bool composeRecordFrame();
     bool composeDisplayPage();
     bool queueAll();
