@@ -1,0 +1,159 @@
+#include <gtest/gtest.h>
+
+#include "Drive.h"
+#include "Panel.h"
+#include "Scenes.h"
+
+namespace {
+
+using control::MediaState;
+using control::Status;
+using support::Clock;
+using support::Panel;
+
+/// The disk under a recording, as it goes wrong.
+class Disk : public testing::Test {
+protected:
+    void bringUp(const support::Command& faults)
+    {
+        support::Command options = faults;
+        options.insert(options.begin(), {"--cpu", "dual-lite"});
+        panel_.start(options);
+        ASSERT_TRUE(panel_.awaitUp()) << panel_.output() << panel_.errors();
+    }
+
+    bool awaitRecording(bool recording)
+    {
+        return panel_.watch()
+            .await([=](const Status& status) { return status.isRecording == recording; }, Clock::now())
+            .has_value();
+    }
+
+    bool awaitGrowth(const std::string& file) const
+    {
+        const size_t before = support::readFile(file).size();
+        return support::waitUntil([&] { return support::readFile(file).size() > before; });
+    }
+
+    /// Stops the recording and starts it again.
+    void restartRecording()
+    {
+        ASSERT_TRUE(panel_.enter(MediaState::kTransfer));
+        ASSERT_TRUE(awaitRecording(false));
+        ASSERT_TRUE(panel_.enter(MediaState::kIdle));
+    }
+
+    bool said(const std::string& text) const { return panel_.output().find(text) != std::string::npos; }
+
+    const std::string kNoWriter = "(VideoManager): Could not start writer";
+    Panel panel_;
+    const std::string mount_ = panel_.file("/velmarine/f/camrecord");
+};
+
+TEST_F(Disk, ThatFillsUpLosesMoreThanTheFrameItCut)
+{
+    // Full inside a frame; the frame after it fails too, and the daemon ends for its supervisor to see.
+    panel_.start({"--cpu", "dual-lite", "--fps", "max", "--fault", "write@*/cam.avi#101=short", "--fault",
+                  "write@*/cam.avi#102+=ENOSPC"});
+    EXPECT_EQ(panel_.awaitEnd(), 0) << panel_.errors();
+    EXPECT_TRUE(said("writing bitstream buffer failed\nCould not encode VPU buffer\n")) << panel_.output();
+    EXPECT_TRUE(said("(VideoManager): Could not process VPU"));
+    const auto cut = faults::readKept(panel_.recording());
+    EXPECT_TRUE(cut.header && cut.opens);
+    EXPECT_EQ(cut.damage, std::vector<std::string>{"torn tail"});
+    constexpr uint64_t kWhole = 25;  // frames in a hundred writes: a frame takes 2 to 5
+    EXPECT_GE(cut.frames, kWhole - 5);
+
+    // Still full: it starts, continues the file, and ends as before.
+    panel_.start({"--cpu", "dual-lite", "--fps", "max", "--fault", "write@*/cam.avi#*=ENOSPC"});
+    EXPECT_EQ(panel_.awaitEnd(), 0) << panel_.errors();
+    EXPECT_EQ(faults::readKept(panel_.recording()).frames, cut.frames);
+
+    // Room again: what follows the tear can be decoded from its first frame on.
+    panel_.start({"--cpu", "dual-lite", "--fps", "max", "--frames", "30"});
+    EXPECT_EQ(panel_.awaitEnd(), 0) << panel_.errors();
+    const auto joined = faults::readKept(panel_.recording());
+    EXPECT_EQ(joined.damage, std::vector<std::string>{"torn chunk"});
+    EXPECT_GT(joined.frames, cut.frames);
+}
+
+TEST_F(Disk, WithoutRoomAtTheStartTakesTheCamerasAway)
+{
+    bringUp({"--fault", "write@*/cam.avi#*=ENOSPC"});
+    EXPECT_TRUE(said(kNoWriter)) << panel_.output();
+    const auto seen = panel_.enter(MediaState::kCamera, {1});
+    ASSERT_TRUE(seen);
+    EXPECT_FALSE(seen->status.isRecording);
+    EXPECT_TRUE(seen->status.canRecord) << "the directory is mounted";
+    EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    EXPECT_EQ(panel_.report().live(), std::vector<std::string>());
+}
+
+TEST_F(Disk, ThatIsReadOnlyForAWhileStaysUnrecorded)
+{
+    bringUp({"--fault", "open@*/cam.avi#1=EROFS"});
+    EXPECT_TRUE(said(kNoWriter)) << panel_.output();
+    EXPECT_TRUE(awaitRecording(false));
+    ASSERT_TRUE(panel_.enter(MediaState::kCamera, {1}));
+    EXPECT_TRUE(awaitRecording(true)) << "the next start request tries again";
+    EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    EXPECT_TRUE(faults::readKept(panel_.recording()).opens);
+}
+
+TEST_F(Disk, ThatBecomesReadOnlyWhileRecordingHangsTheDaemon)
+{
+    panel_.start({"--cpu", "dual-lite", "--fps", "max", "--fault", "write@*/cam.avi#60+=EROFS"});
+    EXPECT_EQ(panel_.awaitEnd(), 0) << panel_.errors();
+    EXPECT_TRUE(said("(VideoManager): Could not process VPU")) << panel_.output();
+    EXPECT_TRUE(faults::readKept(panel_.recording()).opens);
+}
+
+/// A lazy unmount: the open file lives on where nobody finds it by name.
+TEST_F(Disk, ThatIsUnmountedWhileRecordingCutsTheFileOrKeepsTheNextFromStarting)
+{
+    const std::string away = mount_ + ".away";
+    bringUp({});
+    ASSERT_TRUE(awaitGrowth(panel_.recording()));
+    std::filesystem::rename(mount_, away);
+    EXPECT_TRUE(awaitGrowth(away + "/cam.avi")) << "the file that was open is written on";
+    EXPECT_TRUE(awaitRecording(true));
+
+    restartRecording();
+    EXPECT_TRUE(panel_.awaitOutput(kNoWriter)) << panel_.output();
+    EXPECT_TRUE(awaitRecording(false));
+
+    std::filesystem::create_directory(mount_);
+    restartRecording();
+    EXPECT_TRUE(awaitRecording(true));
+    ASSERT_TRUE(support::waitUntil([&] { return faults::readKept(panel_.recording()).frames > 0; }));
+    EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    for (const std::string& file : {away + "/cam.avi", panel_.recording()}) {
+        const auto kept = faults::readKept(file);
+        EXPECT_TRUE(kept.header && kept.opens) << file;
+        EXPECT_EQ(kept.damage, std::vector<std::string>()) << file;
+    }
+}
+
+TEST_F(Disk, ThatTakesASecondForAWriteLosesMoreThanThatSecond)
+{
+    constexpr support::Duration kSecond{1000};
+    bringUp({"--fault", "write@*/cam.avi#100=slow:1000"});
+    ASSERT_TRUE(awaitRecording(true));
+    // Reports go on through it.
+    const auto end = Clock::now() + 3 * kSecond;
+    while (Clock::now() < end) {
+        ASSERT_TRUE(panel_.watch().await([](const Status& status) { return status.isRecording; },
+                                         Clock::now(), kSecond / 2 * scenes::kSlowness));
+    }
+    EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    EXPECT_EQ(panel_.report().faultsFired(), 1U);
+    const uint64_t dropped = panel_.report().framesDropped(1);
+    std::printf("%d frames dropped\n", static_cast<int>(dropped));
+    constexpr uint64_t kBuffered = 4;
+    constexpr uint64_t kFramesPerSecond = 30;
+    EXPECT_GT(dropped, kFramesPerSecond - 2 * kBuffered) << "the disk was not slow";
+    EXPECT_LT(dropped, kFramesPerSecond * static_cast<uint64_t>(2 * scenes::kSlowness));
+    EXPECT_TRUE(support::readRecording(panel_.recording()).wellFormed);
+}
+
+}  // namespace

@@ -1,0 +1,135 @@
+#include "Drive.h"
+
+#include <sys/stat.h>
+
+#include <array>
+
+#include "RecordingReader.h"
+#include "Scenes.h"
+
+namespace faults {
+namespace {
+
+using control::MediaState;
+using support::Duration;
+
+constexpr Duration kPatience{6000 * scenes::kSlowness};    // for an answer, which takes 0.2 s
+constexpr Duration kAllowance{20000 * scenes::kSlowness};  // for an end: two hung frames take 8.4 s
+
+constexpr std::array kDamageNames{"fragment", "header", "torn tail", "torn chunk",
+                                  "contents", "zeros",  "foreign",   "unreadable"};
+
+struct Request {
+    control::Packet packet;
+    const char* said;  ///< on standard output, once it is acted upon; null: nothing
+};
+
+std::vector<Request> requests()
+{
+    return {{*control::bitrateSelection(4000), nullptr},
+            {control::stateRequest(MediaState::kCamera, {1, 2}), "Req State Camera"},
+            {control::channelSelection({3, 4}), nullptr},
+            {control::stateRequest(MediaState::kBackup, {4}), "Req State BackupCam"},
+            {*control::playRequest("short.avi"), "Req State VideoPlayback"},
+            {control::stateRequest(MediaState::kTransfer, {1}), "Req State Transfer"},
+            {control::stateRequest(MediaState::kIdle, {}), "Req State Idle"}};
+}
+
+}  // namespace
+
+Kept readKept(const std::string& file)
+{
+    Kept kept;
+    recording::RecordingReader reader;
+    if (!reader.open(file, recording::Depth::kBytes)) {
+        return kept;
+    }
+    while (const auto event = reader.next()) {
+        if (const auto* header = std::get_if<recording::HeaderEvent>(&*event)) {
+            kept.header = header->format.has_value();
+        } else if (const auto* chunk = std::get_if<recording::Chunk>(&*event)) {
+            kept.opens =
+                kept.opens || (kept.frames == 0 && chunk->unit.keyFrame && chunk->unit.parameterSets);
+            ++kept.frames;
+        } else if (const auto* damage = std::get_if<recording::Damage>(&*event)) {
+            kept.damage.emplace_back(kDamageNames.at(static_cast<size_t>(damage->kind)));
+        }
+    }
+    return kept;
+}
+
+Drive::Drive(const std::string& player)
+{
+    EXPECT_TRUE(panel_.layOut());
+    const std::filesystem::path there = panel_.file("/usr/bin/gst-launch-1.0");
+    std::filesystem::create_directories(there.parent_path());
+    std::filesystem::copy_file(player, there);
+}
+
+void Drive::clean()
+{
+    std::error_code ignored;  // what was not made need not go
+    std::filesystem::remove(panel_.recording(), ignored);
+    std::filesystem::remove(panel_.file("/velmarine/f/logs/VelCam.log"), ignored);
+    std::filesystem::remove(panel_.file("/tmp/VelCam.log"), ignored);
+}
+
+/// A daemon that was heard of no more is not waited for again.
+void Drive::awaitReports(int count)
+{
+    const auto any = [](const control::Status&) { return true; };
+    for (int report = 0; report < count && reports_; ++report) {
+        reports_ = panel_.watch().await(any, support::Clock::now(), kPatience).has_value();
+    }
+}
+
+/// Asks, and waits until it is acted upon; false when it is not, or the daemon has ended.
+bool Drive::follow(const control::Packet& packet, const char* said)
+{
+    constexpr int kDrained = 2;  // reports after which a request has been taken and a pass was made
+    if (!panel_.request(packet)) {
+        return false;
+    }
+    const auto followed = [&] {
+        return !panel_.running() || panel_.output().find(said) != std::string::npos;
+    };
+    if (said != nullptr && !support::waitUntil(followed, kPatience)) {
+        return false;
+    }
+    awaitReports(panel_.running() ? kDrained : 0);
+    return panel_.running();
+}
+
+bool Drive::followAll()
+{
+    for (const Request& request : requests()) {
+        if (!follow(request.packet, request.said)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+Result Drive::run(const support::Command& options)
+{
+    clean();
+    support::Command all{"--fps", "25", "--codec-preset", "ultrafast"};
+    all.insert(all.end(), options.begin(), options.end());
+    panel_.start(all);
+    reports_ = true;
+
+    Result result;
+    const auto begun = [&] {
+        return !panel_.running() || panel_.output().find("(core): Started core thread") != std::string::npos;
+    };
+    result.answered = support::waitUntil(begun, kAllowance) && panel_.running() && followAll();
+    result.finished = panel_.running();
+    result.status = panel_.running() ? panel_.end(kAllowance) : panel_.awaitEnd(kAllowance);
+    result.output = panel_.output();
+    result.errors = panel_.errors();
+    result.report = panel_.report();
+    result.recording = readKept(panel_.recording());
+    return result;
+}
+
+}  // namespace faults
