@@ -107,7 +107,21 @@ bool Drive::followAll()
             return false;
         }
     }
+    awaitFrames();
     return true;
+}
+
+/// A busy machine may have brought no frame so far that was recorded.
+void Drive::awaitFrames()
+{
+    constexpr Duration kUntilAPassIsReported{1000 * scenes::kSlowness};
+    const auto recording = [](const control::Status& status) { return status.isRecording; };
+    const size_t before = support::readFile(panel_.recording()).size();
+    if (reports_ && panel_.watch().await(recording, support::Clock::now(), kUntilAPassIsReported)) {
+        support::waitUntil(
+            [&] { return !panel_.running() || support::readFile(panel_.recording()).size() > before; },
+            kPatience);
+    }
 }
 
 Result Drive::run(const support::Command& options)

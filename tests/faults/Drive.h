@@ -45,6 +45,7 @@ private:
     bool follow(const control::Packet& packet, const char* said);
     bool followAll();
     void awaitReports(int count);
+    void awaitFrames();
 
     support::Panel panel_;
     bool reports_ = true;

@@ -235,6 +235,9 @@ void judgeRecording(const Row& row, const Result& result, Verdict& verdict)
     verdict.expect(kept.frames == 0 || kept.header, "the recording has no header");
     verdict.expect(kept.frames == 0 || kept.opens, "the recording's first frame cannot be decoded");
     for (const std::string& damage : kept.damage) {
+        if (kept.frames == 0 && damage == "header") {
+            continue;  // there was no room for it, and nothing is lost
+        }
         verdict.expect(isWaived(damage, row), "damage in the recording: " + damage);
     }
 }

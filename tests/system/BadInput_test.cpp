@@ -43,11 +43,25 @@ protected:
         EXPECT_EQ(panel_.end(), 0) << panel_.errors();
     }
 
+    /// Reports that nobody has read yet.
+    long reportsWaiting() const
+    {
+        const mqd_t queue = ::mq_open(panel_.queueName(control::kStatusQueue).c_str(), O_RDONLY);
+        mq_attr attributes = {};
+        if (queue != static_cast<mqd_t>(-1)) {
+            ::mq_getattr(queue, &attributes);
+            ::mq_close(queue);
+        }
+        return attributes.mq_curmsgs;
+    }
+
     bool followsRequests()
     {
         return panel_.enter(MediaState::kCamera, {1}) && panel_.enter(MediaState::kTransfer) &&
                panel_.enter(MediaState::kIdle);
     }
+
+    static constexpr long kQueueLength = 10;
 
     Panel panel_;
 };
@@ -120,17 +134,7 @@ TEST_F(BadInput, AFullDiskEndsTheLoopWithoutAHang)
 TEST_F(BadInput, AStatusQueueThatNobodyReadsStopsNeitherRecordingNorShutdown)
 {
     panel_.start({"--cpu", "dual-lite"}, {support::program("velcamd")}, Panel::Reader::kNone);
-    const auto queueIsFull = [&] {
-        const mqd_t queue = ::mq_open(panel_.queueName(control::kStatusQueue).c_str(), O_RDONLY);
-        mq_attr attributes = {};
-        const bool full = queue != static_cast<mqd_t>(-1) && ::mq_getattr(queue, &attributes) == 0 &&
-                          attributes.mq_curmsgs == attributes.mq_maxmsg;
-        if (queue != static_cast<mqd_t>(-1)) {
-            ::mq_close(queue);
-        }
-        return full;
-    };
-    ASSERT_TRUE(support::waitUntil(queueIsFull)) << panel_.output();
+    ASSERT_TRUE(support::waitUntil([&] { return reportsWaiting() == kQueueLength; })) << panel_.output();
     const auto size = [&] { return support::readFile(panel_.recording()).size(); };
     const size_t before = size();
     constexpr size_t kSomeFrames = 20'000;  // bytes
@@ -139,16 +143,82 @@ TEST_F(BadInput, AStatusQueueThatNobodyReadsStopsNeitherRecordingNorShutdown)
     EXPECT_TRUE(support::readRecording(panel_.recording()).wellFormed);
 }
 
-TEST_F(BadInput, AQueueMadeByAnotherProgramDisturbsNothingElse)
+/// The controller dies with requests unsent and reports unread, and comes back.
+TEST_F(BadInput, AControllerThatRestartsIsNotAnswered)
 {
-    panel_.start({"--cpu", "dual-lite"},
-                 {FOREIGN_QUEUE, control::kRequestQueue, "5", "256", support::program("velcamd")});
-    ASSERT_TRUE(panel_.awaitUp()) << panel_.output() << panel_.errors();
+    panel_.start({"--cpu", "dual-lite"}, {support::program("velcamd")}, Panel::Reader::kNone);
+    ASSERT_TRUE(panel_.awaitOutput("(core): Started core thread")) << panel_.errors();
+    ASSERT_TRUE(support::waitUntil([&] { return reportsWaiting() == kQueueLength; }));
     ASSERT_TRUE(panel_.request(control::stateRequest(MediaState::kCamera, {1})));
-    const auto sent = Clock::now();
-    EXPECT_TRUE(panel_.watch().await([](const Status& status) { return status.isRecording; }, sent));
+    EXPECT_FALSE(panel_.awaitOutput("Req State", support::Duration{300})) << "the report has not gone out";
+
+    support::StatusWatch controller(panel_.queueName(control::kStatusQueue));
+    const auto in = [](MediaState state) {
+        return [=](const Status& status) { return status.state == static_cast<uint8_t>(state); };
+    };
+    EXPECT_TRUE(controller.await(in(MediaState::kCamera), {}));
+    ASSERT_TRUE(panel_.request(control::stateRequest(MediaState::kIdle, {})));
+    EXPECT_TRUE(controller.await(in(MediaState::kIdle), Clock::now()));
     EXPECT_EQ(panel_.end(), 0) << panel_.errors();
 }
+
+/// A queue that is there already, and what of the daemon works with it.
+struct Foreign {
+    const char* name;
+    const char* queue;
+    const char* messages;
+    const char* bytes;
+    const char* old;  ///< what it is full of, in hexadecimal digits
+    bool hears;
+    bool reports;
+    const char* says;  ///< of its own accord
+};
+void PrintTo(const Foreign& foreign, std::ostream* stream)
+{
+    *stream << foreign.name;
+}
+
+class ForeignQueue : public BadInput, public testing::WithParamInterface<Foreign> {};
+
+TEST_P(ForeignQueue, DisturbsMoreThanItself)
+{
+    const Foreign& given = GetParam();
+    panel_.start({"--cpu", "dual-lite"}, {FOREIGN_QUEUE, given.queue, given.messages, given.bytes, given.old,
+                                          support::program("velcamd")});
+    ASSERT_TRUE(panel_.awaitOutput("(core): Started core thread")) << panel_.output() << panel_.errors();
+    constexpr size_t kSomeFrames = 20'000;  // bytes
+    EXPECT_TRUE(support::waitUntil([&] {
+        return support::readFile(panel_.recording()).size() > kSomeFrames;
+    })) << panel_.output();
+    EXPECT_TRUE(panel_.awaitOutput(given.says)) << panel_.output();
+    if (given.reports) {
+        EXPECT_TRUE(panel_.watch().await([](const Status& status) { return status.isRecording; }, {}));
+    }
+    ASSERT_TRUE(panel_.request(control::stateRequest(MediaState::kBackup, {1})));
+    if (given.hears) {
+        EXPECT_TRUE(panel_.awaitOutput("Req State BackupCam")) << panel_.output();
+    }
+    EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    EXPECT_TRUE(support::readRecording(panel_.recording()).wellFormed);
+}
+
+// A request for one camera, as a controller sends it.
+constexpr const char* kOldRequest =
+    "4D421205"
+    "0201000000"
+    "0D0A";
+
+INSTANTIATE_TEST_SUITE_P(
+    With, ForeignQueue,
+    testing::Values(Foreign{"RequestsTooLargeToReceive", control::kRequestQueue, "5", "256", "-", false, true,
+                            ""},
+                    Foreign{"SmallRequests", control::kRequestQueue, "2", "50", "-", true, true, ""},
+                    Foreign{"OldRequests", control::kRequestQueue, "10", "106", kOldRequest, true, true,
+                            "Req State Camera"},
+                    Foreign{"ReportsTooLargeToSend", control::kStatusQueue, "10", "8", "-", true, false, ""},
+                    Foreign{"RoomForOneReport", control::kStatusQueue, "1", "106", "-", true, true, ""},
+                    Foreign{"OldReports", control::kStatusQueue, "10", "106", "00", true, true, ""}),
+    [](const auto& chosen) { return std::string(chosen.param.name); });
 
 TEST_F(BadInput, AnythingOnTheQueueIsSurvived)
 {

@@ -149,6 +149,9 @@ INSTANTIATE_TEST_SUITE_P(
                       BadUsage{"CodecPreset", {"run", "--codec-preset", "warp", "true"}},
                       BadUsage{"FaultWithoutCall", {"run", "--fault", "explode@*#1=EIO", "true"}},
                       BadUsage{"FaultThatCannotBe", {"run", "--fault", "mq_send@*#1=short", "true"}},
+                      BadUsage{"FaultOfACamera", {"run", "--fault", "VIDIOC_QBUF@*#1=bad", "true"}},
+                      BadUsage{"FaultWithoutATime", {"run", "--fault", "write@*#1=slow:", "true"}},
+                      BadUsage{"FaultWithoutAPeriod", {"run", "--fault", "write@*#1/0=EIO", "true"}},
                       BadUsage{"ReportNowhere", {"run", "--report", "/no/such/folder/report", "true"}},
                       BadUsage{"BoardNowhere", {"run", "--board", "/dev/null/board", "true"}},
                       BadUsage{"AttachToNothing", {"attach", "--board", "/no/such/board", "--", "true"}},
@@ -293,18 +296,29 @@ TEST_F(Launcher, ASourceThatEndsIsSaidOnceAndTheProgramGoesOn)
     EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
 }
 
-TEST_F(Launcher, TheReportSaysWhichFaultsFired)
+TEST_F(Launcher, TheReportSaysWhichFaultsFiredAndWhichCould)
 {
+    const std::string slow = "write@/velmarine/f/*#1=slow:20";
+    const std::string full = "write@/velmarine/f/a#2/2=ENOSPC";
+    const auto began = support::Clock::now();
     const Outcome outcome =
         shell("echo a > /velmarine/f/a; echo b > /velmarine/f/a; true",
-              {"--report", folder_.file("report"), "--fault", "write@/velmarine/f/a#2+=ENOSPC"});
+              {"--report", folder_.file("report"), "--list-calls", "--fault", slow, "--fault", full});
+    EXPECT_GE(support::Clock::now() - began, support::Duration{20});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_NE(outcome.error, "");
     EXPECT_EQ(readFile(onBoard("/velmarine/f/a")), "");
     const support::Report report = support::Report::read(folder_.file("report"));
     ASSERT_TRUE(report.complete());
-    EXPECT_EQ(report.faultsFired(), 1U);
-    EXPECT_NE(readFile(folder_.file("report")).find("\"write@/velmarine/f/a#2+=ENOSPC\""), std::string::npos);
+    EXPECT_EQ(report.faultsFired(), 2U);
+    for (const std::string& rule : {slow, full}) {
+        EXPECT_NE(readFile(folder_.file("report")).find('"' + rule + '"'), std::string::npos) << rule;
+    }
+    uint64_t writes = 0;
+    for (const support::CallTarget& made : report.callTargets()) {
+        writes += made.call == "write" && made.target == "/velmarine/f/a" ? made.count : 0;
+    }
+    EXPECT_EQ(writes, 2U);
 }
 
 }  // namespace
