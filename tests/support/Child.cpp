@@ -18,12 +18,13 @@ constexpr int kSignalBase = 128;
 
 /// In the child, between fork and exec: nothing but system calls.
 [[noreturn]] void become(char* const* arguments, const char* outputFile, int outputPipe,
-                         const char* errorFile)
+                         const char* errorFile, const sigset_t& signals)
 {
     constexpr mode_t kMode = 0644;
     constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
     ::setpgid(0, 0);
-    ::signal(SIGINT, SIG_DFL);  // a shell's background jobs ignore it, and tests are such
+    ::signal(SIGINT, SIG_DFL);  // a shell's background jobs ignore it, and tests may be such
+    ::pthread_sigmask(SIG_SETMASK, &signals, nullptr);
     // A test that is killed from outside leaves nothing running behind.
     ::prctl(PR_SET_PDEATHSIG, SIGINT);
     const int input = ::open("/dev/null", O_RDONLY);
@@ -59,10 +60,17 @@ Child::Child(const Command& command, const std::string& outputFile, const std::s
         status_ = kCannotRun;
         return;
     }
+    // Held back, so that an interrupt is not lost that comes before the child wants it.
+    sigset_t interrupt;
+    sigset_t former;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    ::pthread_sigmask(SIG_BLOCK, &interrupt, &former);
     process_ = ::fork();
     if (process_ == 0) {
-        become(arguments.data(), outputFile.c_str(), pipe[1], errorFile.c_str());
+        become(arguments.data(), outputFile.c_str(), pipe[1], errorFile.c_str(), former);
     }
+    ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
     if (process_ == -1) {
         status_ = kCannotRun;
     } else {

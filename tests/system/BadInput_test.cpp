@@ -282,7 +282,8 @@ private:
     /// Any bytes, or a packet of the protocol that asks for anything but an end of the recording.
     control::Frame next()
     {
-        control::Frame frame(random_() % (control::kFrameMax + 1));
+        control::Frame frame(control::kFrameMax);  // first, so that an empty one has an address too
+        frame.resize(random_() % (control::kFrameMax + 1));
         for (uint8_t& byte : frame) {
             byte = static_cast<uint8_t>(random_());
         }
