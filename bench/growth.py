@@ -60,7 +60,7 @@ def by_minute(minutes, samples):
 
 def main():
     OUT.mkdir(parents=True, exist_ok=True)
-    rounds, seconds = choose(1, 5, 11), choose(0.1, 0.5, 1.0)
+    rounds, seconds = choose(1, 4, 11), choose(0.1, 0.4, 1.0)
     points = [(family, label, options, prepare) for family, rows in FAMILIES for label, options, prepare in rows]
     if rig.ONCE:
         points = [point for point in points if point[1] in ("1", "2", "10")]
@@ -74,14 +74,14 @@ def main():
         first = rig.spread(series[0][1])[0]
         rows.append((family, ", ".join(f"{label}: {rig.shown(values)} (×{rig.spread(values)[0] / first:.2f})"
                                        for label, values in series)))
-    minutes = choose(0.02, 1, 10)
+    minutes = choose(0.02, 0.5, 10)
     running = by_minute(minutes, choose(2, 12, 20))
     rows.append((f"{minutes} minutes of running at 300 frames a second",
                  f"first half {rig.shown(running[:len(running) // 2])}, second half {rig.shown(running[len(running) // 2:])}"))
-    bars = [(f"{family}\\n{label}", *rig.spread(found[family, label])) for family, label, _, _ in points]
+    bars = [(f"{label} {family}" if ", " not in family else f"{family.split(', ')[0]}, {label} MB", *rig.spread(found[family, label])) for family, label, _, _ in points]
     picture = rig.plot("growth", 'set style data histogram\nset style histogram errorbars gap 1 lw 1\n'
                        'set style fill solid 0.6\nset ylabel "µs of processor time a frame"\nset yrange [0:*]\n'
-                       'set xtics font ",8"\nset key off\nplot $bars using 2:3:xtic(1)\n', bars=bars)
+                       'set xtics rotate by -25 font ",8"\nset bmargin 6\nset key off\nplot $bars using 2:3:xtic(1)\n', bars=bars)
     rig.write_fragment(
         "growth", "## Growth",
         "Processor time of the frame loop for each frame, in µs, on a board with idle devices, against what grows; in "

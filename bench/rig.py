@@ -164,7 +164,7 @@ def plot(name, script, **data):
                      for key, rows in data.items())
     IMAGES.mkdir(parents=True, exist_ok=True)
     head = (f'set terminal pngcairo size 900,420 font "DejaVu Sans,10"\nset output "{IMAGES}/performance-{name}.png"\n'
-            'set datafile separator "\\t"\nset grid ytics\nset key top left\n')
+            'set datafile separator "\\t"\nset grid ytics\nset key top left\nset bmargin 4\n')
     subprocess.run(["gnuplot"], input=blocks + head + script, text=True, check=True)
     return f"![](images/performance-{name}.png)"
 

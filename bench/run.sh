@@ -21,14 +21,21 @@ bad_usage() {
 
 names=()
 once=
+extent=()
 while (($# > 0)); do
     case $1 in
         --help)
             usage
             exit 0
             ;;
-        --full) export BENCH_FULL=1 ;;
-        --once) once=1 ;;
+        --full)
+            export BENCH_FULL=1
+            extent=(--full)
+            ;;
+        --once)
+            once=1
+            extent=(--once)
+            ;;
         *)
             [[ " ${all[*]} " == *" $1 "* ]] || bad_usage "'$1' is no benchmark"
             names+=("$1")
@@ -40,9 +47,9 @@ done
 
 scripts/install-deps.sh --bench
 cmake --preset release -DVELCAM_BENCH=ON >/dev/null
-cmake --build --preset release --parallel "$(nproc)"
+cmake --build --preset release --parallel "$(nproc)" >/dev/null
 
-export BENCH_OUT=$PWD/build/bench PYTHONDONTWRITEBYTECODE=1
+export BENCH_OUT=$PWD/build/bench BENCH_IMAGES=$PWD/docs/images PYTHONDONTWRITEBYTECODE=1
 rm -rf "$BENCH_OUT/once"
 if [[ -n $once ]]; then
     export BENCH_ONCE=1 BENCH_OUT=$BENCH_OUT/once BENCH_IMAGES=$BENCH_OUT/once
@@ -50,9 +57,13 @@ fi
 mkdir -p "$BENCH_OUT"
 
 for name in "${names[@]}"; do
-    [[ -e bench/$name.py ]] || continue
     began=$SECONDS
-    python3 "bench/$name.py"
+    if [[ $name == pipeline ]]; then
+        [[ -e bench/pipeline/pipeline.sh ]] || continue
+        bench/pipeline/pipeline.sh --bin build/release/bin --out "$BENCH_OUT/pipeline.md" --plots "$BENCH_IMAGES" "${extent[@]}"
+    else
+        python3 "bench/$name.py"
+    fi
     echo "$name: $((SECONDS - began)) s"
 done
 if [[ -z $once ]]; then
