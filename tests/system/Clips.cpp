@@ -78,9 +78,8 @@ bool make(const Clip& clip, const std::string& file)
     }
     const std::string size =
         std::to_string(PatternCode::kPictureWidth) + "x" + std::to_string(PatternCode::kPictureHeight);
-    Command command{"-f",          "rawvideo", "-pix_fmt",   "nv12",
-                    "-video_size", size,       "-framerate", std::to_string(clip.rate),
-                    "-i",          raw};
+    Command command{"-f", "rawvideo",   "-pix_fmt", "nv12", "-video_size",
+                    size, "-framerate", clip.rate,  "-i",   raw};
     if (clip.sound == Sound::kSilence) {
         command.insert(command.end(), {"-f", "lavfi", "-i", kSilence, "-shortest"});
     }

@@ -15,7 +15,7 @@ constexpr int kShort = 15;  ///< pictures that a test waits for
 struct Clip {
     int number = 1;  ///< 1 to 4, coded in each picture as a camera's would be
     int pictures = kShort;
-    int rate = 10;  ///< pictures a second
+    const char* rate = "10";  ///< pictures a second, as FFmpeg takes it
     Sound sound = Sound::kSilence;
 };
 

@@ -25,7 +25,7 @@ using support::Shown;
 
 constexpr const char* kVideos = "/velmarine/f/video/";
 
-constexpr Clip kLong{3, 60, 1};
+constexpr Clip kLong{3, 30, "1/4"};  // outlasts any test
 
 bool isIn(MediaState state, const Status& status)
 {
@@ -248,7 +248,7 @@ TEST_F(Journey, EndsALongClipWhenTheControllerHasEnough)
 TEST_F(Journey, HoldsTheFirstPictureOfAVideoWithoutSoundUntilItIsEnded)
 {
     bringUp();
-    ASSERT_TRUE(clips::make({4, clips::kShort, 10, Sound::kNone}, video("silent.mp4")));
+    ASSERT_TRUE(clips::make({4, clips::kShort, "10", Sound::kNone}, video("silent.mp4")));
     play("silent.mp4");
     EXPECT_TRUE(showsClip(4));
     EXPECT_TRUE(keepsReporting(plays)) << panel_.output();
@@ -387,7 +387,7 @@ TEST_F(Journey, PlaysWithoutARecordingDirectory)
 TEST_F(Journey, LeavesNoPlayerBehindWhenTheDaemonEnds)
 {
     bringUp();
-    ASSERT_TRUE(clips::make({4, clips::kShort, 10, Sound::kNone}, video("endless.mp4")));
+    ASSERT_TRUE(clips::make({4, clips::kShort, "10", Sound::kNone}, video("endless.mp4")));
     play("endless.mp4");
     EXPECT_TRUE(showsClip(4));
     endWell();
