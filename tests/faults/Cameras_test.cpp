@@ -108,15 +108,19 @@ TEST_P(StoppedCamera, KeepsTheDaemonFromEnding)
 INSTANTIATE_TEST_SUITE_P(When, StoppedCamera, testing::Bool(),
                          [](const auto& chosen) { return chosen.param ? "AStopIsAwaited" : "Idle"; });
 
-/// Without pages, a copy would go to address 0 and end the loop.
-TEST(Overlay, ThatNeverOpensStopsTheRecording)
+/// A copy to its pages would go to address 0, or to where they were before the mode was set, and end the
+/// loop.
+TEST(Overlay, ThatDoesNotOpenStopsTheRecording)
 {
     faults::Drive drive(PLAYER);
-    const auto result = drive.run({"--cpu", "dual-lite", "--fault", "FBIOGET_FSCREENINFO@/dev/fb1#*=EIO"});
-    EXPECT_EQ(faults::effectOf(result), Effect::kGoesOn) << result.output;
-    EXPECT_NE(result.output.find("(VideoManager): Could not open overlay"), std::string::npos);
-    EXPECT_EQ(result.report.refused(), std::vector<std::string>());
-    EXPECT_GT(result.recording.frames, 0U);
+    for (const char* fault : {"FBIOGET_FSCREENINFO@/dev/fb1#*=EIO", "mmap@/dev/fb1#2+=ENOMEM"}) {
+        SCOPED_TRACE(fault);
+        const auto result = drive.run({"--cpu", "dual-lite", "--fault", fault});
+        EXPECT_EQ(faults::effectOf(result), Effect::kGoesOn) << result.output;
+        EXPECT_NE(result.output.find("(VideoManager): Could not open overlay"), std::string::npos);
+        EXPECT_EQ(result.report.refused(), std::vector<std::string>());
+        EXPECT_GT(result.recording.frames, 0U);
+    }
 }
 
 }  // namespace
