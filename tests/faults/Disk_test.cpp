@@ -134,6 +134,35 @@ TEST_F(Disk, ThatIsUnmountedWhileRecordingCutsTheFileOrKeepsTheNextFromStarting)
     }
 }
 
+TEST_F(Disk, ThatRefusesToRenameTheFullRecordingEndsItOrIsNotAskedAgain)
+{
+    constexpr uintmax_t kAboveTheLimit = 600'000'000;  // bytes
+    panel_.start({"--cpu", "dual-lite", "--fps", "max", "--frames", "30"});
+    ASSERT_EQ(panel_.awaitEnd(), 0) << panel_.errors();
+    std::filesystem::resize_file(panel_.recording(), kAboveTheLimit);
+
+    bringUp({"--fault", "rename@*/cam.avi#1=EIO"});
+    const auto bytes = [&] { return std::filesystem::file_size(panel_.recording()); };
+    const auto isReopened = [&] {
+        const std::string output = panel_.output();
+        const size_t first = output.find("Append: 1");
+        return first != std::string::npos && output.find("Append: 1", first + 1) != std::string::npos;
+    };
+    ASSERT_TRUE(support::waitUntil(isReopened)) << panel_.output();
+    ASSERT_FALSE(std::filesystem::exists(panel_.recording() + ".00.avi"));
+    const std::string rotated = panel_.recording() + ".00.avi";
+    const auto isRotated = [&] { return std::filesystem::exists(rotated); };
+    const uintmax_t refused = bytes();
+    ASSERT_TRUE(support::waitUntil(isRotated)) << "six seconds later";
+    EXPECT_GT(std::filesystem::file_size(rotated), refused) << "recorded on in between";
+    ASSERT_TRUE(support::waitUntil([&] { return faults::readKept(panel_.recording()).frames > 0; }));
+    EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    EXPECT_EQ(panel_.report().faultsFired(), 1U);
+    const auto kept = faults::readKept(panel_.recording());
+    EXPECT_TRUE(kept.header && kept.opens);
+    EXPECT_EQ(kept.damage, std::vector<std::string>());
+}
+
 TEST_F(Disk, ThatTakesASecondForAWriteLosesMoreThanThatSecond)
 {
     constexpr support::Duration kSecond{1000};
