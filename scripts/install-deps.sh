@@ -3,12 +3,13 @@
 set -euo pipefail
 
 declare -rA extras=(
+    [--browser]="chromium chromium-driver python3-selenium"
     [--fuzz]="clang libclang-rt-dev"
     [--bench]="libbenchmark-dev valgrind strace gnuplot-nox python3"
 )
 needed=(
     g++ cmake ninja-build pkg-config
-    libfreetype-dev libx264-dev libyuv-dev libpng-dev
+    libfreetype-dev libx264-dev libyuv-dev libpng-dev libmicrohttpd-dev libturbojpeg0-dev
     libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
     libcli11-dev nlohmann-json3-dev libgtest-dev libgmock-dev
     libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
@@ -19,7 +20,8 @@ needed=(
 while (($# > 0)); do
     if [[ $1 == --help ]]; then
         cat <<END
-usage: ${0##*/} [--fuzz] [--bench]    installs the missing Debian packages, as root or through sudo without a password
+usage: ${0##*/} [OPTION...]    installs the missing Debian packages, as root or through sudo without a password
+  --browser  also those for looking at the console with a browser (large)
   --fuzz     also the compiler that brings the fuzzer
   --bench    also what only the benchmarks need: to measure, to draw, and their peers
 END

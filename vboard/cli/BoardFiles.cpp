@@ -211,19 +211,6 @@ Descriptor takeLock(const std::string& folder)
 
 }  // namespace
 
-Descriptor::~Descriptor()
-{
-    if (fd_ >= 0) {
-        real::close(fd_);
-    }
-}
-
-Descriptor& Descriptor::operator=(Descriptor&& other) noexcept
-{
-    std::swap(fd_, other.fd_);
-    return *this;
-}
-
 LiveBoard::LiveBoard(const std::string& folder, Descriptor lock) : lock_(std::move(lock)), board_(folder)
 {
 }

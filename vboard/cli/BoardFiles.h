@@ -6,25 +6,9 @@
 
 #include "board/Board.h"
 #include "cli/CommandLine.h"
+#include "cli/Descriptor.h"
 
 namespace cli {
-
-/// An open descriptor, closed at the end of its owner's life.
-class Descriptor {
-public:
-    explicit Descriptor(int fd = -1) : fd_(fd) {}
-    ~Descriptor();
-    Descriptor(Descriptor&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
-    Descriptor& operator=(Descriptor&& other) noexcept;
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return fd_; }
-    bool isOpen() const { return fd_ >= 0; }
-
-private:
-    int fd_;
-};
 
 /// A board that this launcher has brought up.
 ///

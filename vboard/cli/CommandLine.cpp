@@ -81,8 +81,17 @@ struct Texts {
     std::vector<std::string> cameras;
     std::string frameRate = "30";
     std::string devices = "working";
+    std::string console;
     bool notMounted = false;
 };
+
+std::string takeConsole(const std::string& text, RunRequest& request)
+{
+    request.console = console::parseAddress(text);
+    return text.empty() || request.console
+               ? std::string()
+               : "--console takes a port, or ADDRESS:PORT with an address in numbers, not '" + text + "'";
+}
 
 /// What is wrong with a request to run, empty when all is well.
 std::string understand(const Texts& texts, RunRequest& request)
@@ -103,7 +112,8 @@ std::string understand(const Texts& texts, RunRequest& request)
             return wrong;
         }
     }
-    return takeFrameRate(texts.frameRate, board);
+    std::string wrong = takeConsole(texts.console, request);
+    return wrong.empty() ? takeFrameRate(texts.frameRate, board) : wrong;
 }
 
 /// The program and its arguments are what follows the options, or the "--" that may end these. `afterDashes`
@@ -214,6 +224,10 @@ void Grammar::describeRun()
         "Note in DIR/journal what happens to files, for 'vboard cut' to cut the power at any moment");
     run.add_option("--report", toRun.report, "Write a report of the run as JSON");
     run.add_flag("--list-calls", board.listsCalls, "Have the report list every call on every target");
+    run.add_option(
+        "--console", texts.console,
+        "[ADDR:]PORT: serve a console for the browser, on this machine alone unless ADDR says else; "
+        "port 0: any");
 }
 
 Request Grammar::request(const Command& afterDashes)

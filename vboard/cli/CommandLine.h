@@ -2,11 +2,13 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "board/State.h"
+#include "console/Address.h"
 
 namespace cli {
 
@@ -47,6 +49,7 @@ struct Foreign {
 struct RunRequest {
     BoardOptions board;
     std::string report;  ///< empty: none
+    std::optional<console::Address> console;
     Foreign foreign;
     Command program;  ///< with the emulator before it
 };

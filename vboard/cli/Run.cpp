@@ -1,8 +1,9 @@
-
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
+#include <memory>
 #include <system_error>
 
 #include "cli/BoardFiles.h"
@@ -10,6 +11,7 @@
 #include "cli/Launcher.h"
 #include "cli/Report.h"
 #include "cli/Sources.h"
+#include "console/Console.h"
 
 namespace cli {
 namespace {
@@ -58,8 +60,22 @@ int awaitEnd(ChildProcess& program, Sources& sources, const AwaitedSignals& sign
     return *status;
 }
 
+/// Serves the console if it is asked for. Only when all children are there: it has threads.
+std::unique_ptr<console::Console> openConsole(const board::Board& board, console::Listener listener)
+{
+    if (!listener.socket.isOpen()) {
+        return nullptr;
+    }
+    const std::string url = listener.url;
+    auto opened = std::make_unique<console::Console>(board, std::move(listener));
+    std::fprintf(stderr, opened->serving() ? "vboard: console at %s\n" : "vboard: no console at %s\n",
+                 url.c_str());
+    return opened;
+}
+
 /// Runs the program on a board that is up; its exit status, or the one that says that it did not start.
-int runProgram(const RunRequest& request, LiveBoard& live, Sources& sources, const AwaitedSignals& signals)
+int runProgram(const RunRequest& request, LiveBoard& live, Sources& sources, const AwaitedSignals& signals,
+               console::Listener listener)
 {
     ChildSetup setup;
     setup.command = request.program;
@@ -75,7 +91,21 @@ int runProgram(const RunRequest& request, LiveBoard& live, Sources& sources, con
         complain("cannot run " + request.program.front() + ": " + std::generic_category().message(error));
         return statusOfFailedStart(error);
     }
+    const auto console = openConsole(live.board(), std::move(listener));
     return awaitEnd(*program, sources, signals);
+}
+
+/// A socket that is not open when no console is asked for; what is wrong, empty when nothing.
+std::string listen(const std::optional<console::Address>& address, console::Listener& listener)
+{
+    if (!address) {
+        return {};
+    }
+    listener = console::listenAt(*address);
+    return listener.socket.isOpen()
+               ? std::string()
+               : "cannot listen at " + address->host + " port " + std::to_string(address->port) + ": " +
+                     std::generic_category().message(errno) + "; choose another one, or 0 for any";
 }
 
 }  // namespace
@@ -91,6 +121,11 @@ int run(const RunRequest& request)
         return complain("cannot write the report " + request.report +
                         ": choose a file in a folder that can be written");
     }
+    console::Listener listener;
+    wrong = listen(request.console, listener);
+    if (!wrong.empty()) {
+        return complain(wrong);
+    }
     const auto live = LiveBoard::make(request.board, wrong);
     if (live == nullptr) {
         return complain(wrong);
@@ -101,7 +136,7 @@ int run(const RunRequest& request)
     if (!wrong.empty()) {
         return complain(wrong);
     }
-    const int status = runProgram(request, *live, sources, signals);
+    const int status = runProgram(request, *live, sources, signals, std::move(listener));
     listLeftovers(live->board(), stderr);
     if (!request.report.empty() && !writeReport(live->board(), status, report)) {
         complain("cannot write the report " + request.report);
