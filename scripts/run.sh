@@ -11,6 +11,9 @@ usage: run.sh [OPTION...]
   --cpu quad|dual-lite
   --camera N=SOURCE   camera 1 to 4: pattern, file:PATH, v4l2:/dev/videoX or none; may be given often
   --board DIR         the board's folder; one that exists is used as it is (default: a fresh build/run/board)
+  --console [[ADDR:]PORT]
+                      run until Ctrl-C with a console for the browser, whose address is printed, instead of going
+                      through the states; reached from this machine alone unless ADDR says else (default: any port)
   --help
 Exit status 0 when the daemon did what it was asked and its recording is whole, else 1; 2 on bad usage.
 END
@@ -26,12 +29,25 @@ bad_usage() {
 seconds=15
 cpu=quad
 board=
+console=
 cameras=()
 while (($# > 0)); do
     case $1 in
         --help)
             usage
             exit 0
+            ;;
+        --console)
+            console=0
+            shift
+            if [[ ${1:-} =~ ^([^-].*:)?[0-9]+$ ]]; then
+                console=$1
+                shift
+            fi
+            ;;
+        --console=?*)
+            console=${1#*=}
+            shift
             ;;
         --seconds | --cpu | --camera | --board)
             (($# > 1)) || bad_usage "$1 needs a value"
@@ -156,10 +172,12 @@ snapshot() {
 
 start_daemon() {
     set -m # a process group of its own: an interrupt at the terminal reaches this script, which then ends the daemon
-    "$bin/vboard" run --board "$board" --cpu "$cpu" "${cameras[@]}" --report "$report" -- "$bin/velcamd" \
+    "$bin/vboard" run --board "$board" --cpu "$cpu" "${cameras[@]}" ${console:+--console "$console"} \
+        --report "$report" -- "$bin/velcamd" \
         >"$log" 2>&1 </dev/null &
     daemon=$!
     set +m
+    [[ -z $console ]] || return 0
     local i
     for ((i = 0; i < 100; i++)); do
         if control status >"$reported" 2>/dev/null; then
@@ -200,6 +218,51 @@ check_recording() {
         fault "no picture of the recording could be taken"
 }
 
+# A video to play, so that a new board has one.
+provide_video() {
+    local folder=$board/root/velmarine/f/video
+    mkdir -p "$folder"
+    if [[ -z $(ls -A "$folder") ]]; then
+        ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=640x360:rate=30 -f lavfi -i sine=frequency=440 -t 10 \
+            -c:v mpeg4 -q:v 4 -c:a aac "$folder/testcard.mp4" || fault "no video could be made"
+    fi
+}
+
+# The address as soon as the launcher has said it.
+await_console() {
+    local i url
+    for ((i = 0; i < 100; i++)); do
+        url=$(sed -n 's/^vboard: console at //p' "$log")
+        if [[ -n $url ]]; then
+            printf '\nThe console is at  %s\nCtrl-C here ends the daemon.\n\n' "$url"
+            return 0
+        fi
+        running || break
+        sleep 0.1
+    done
+    echo "run.sh: the console did not come up:" >&2
+    tail -n 5 "$log" >&2
+    return 1
+}
+
+# Runs until it is interrupted, or the daemon ends by itself.
+serve_console() {
+    local interrupted=
+    start_daemon
+    await_console
+    trap 'interrupted=1' INT TERM
+    control state camera 1 2 || true # something to see; the page can ask for all else
+    wait "$daemon" || true
+    if [[ -z $interrupted ]]; then
+        fault "velcamd ended by itself; the last that it said is:"
+        tail -n 5 "$log" >&2
+    elif ! end_daemon; then
+        fault "velcamd did not end in good order"
+    fi
+    echo
+    check_recording
+}
+
 # --- the run
 
 scripts/install-deps.sh
@@ -208,6 +271,13 @@ mkdir -p "$out"
 
 trap cleanup EXIT
 trap 'echo "run.sh: interrupted" >&2; exit 130' INT TERM
+
+if [[ -n $console ]]; then
+    provide_video
+    serve_console
+    echo "The board, its recordings and logs are in $board; what velcamd said is in $log."
+    exit $((faults > 0))
+fi
 
 began=$SECONDS
 start_daemon
