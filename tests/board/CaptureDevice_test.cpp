@@ -19,7 +19,9 @@
 #include "board/Device.h"
 #include "capture/PatternCode.h"
 #include "capture/PictureSource.h"
+#include "capture/PipeSource.h"
 #include "faults/FaultPlan.h"
+#include "support/Wait.h"
 
 namespace {
 
@@ -571,6 +573,38 @@ TEST_F(PipedCamera, CutsOrShiftsPicturesThatArriveInPieces)
         EXPECT_EQ(picture[board::kPictureBytes - 1], value);
     }
     writer.join();
+}
+
+TEST_F(PipedCamera, FallsBehindItsFilmWhenFramesAreDropped)
+{
+    std::atomic<bool> enough{false};
+    std::atomic<bool> ended{false};
+    std::thread decoder([&] {
+        for (uint8_t picture = 0; !enough; ++picture) {
+            writeBytes(std::vector<uint8_t>(board::kPictureBytes, picture));
+        }
+        ended = true;
+    });
+    std::vector<uint8_t> shown(board::kPictureBytes);
+    board::PipeSource source(scratch_.board(), 0);
+    uint64_t frame = 1;
+    ASSERT_TRUE(source.draw(frame, shown.data()));
+    EXPECT_EQ(shown[0], 0);
+    frame += 10;  // nine were dropped
+    const auto caughtUp = [&] {
+        EXPECT_TRUE(source.draw(frame, shown.data()));
+        return shown[0] == static_cast<uint8_t>(frame++ - 1);
+    };
+    EXPECT_TRUE(support::waitUntil(caughtUp));
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_TRUE(caughtUp()) << "it must not run ahead either";
+    }
+    enough = true;
+    counters(0).sourceLost = 1;  // no draw waits any more
+    while (!ended) {
+        source.draw(frame++, shown.data());
+    }
+    decoder.join();
 }
 
 TEST_F(PipedCamera, HangsOrDeliversWhenItsSourceIsLost)

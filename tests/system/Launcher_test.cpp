@@ -279,6 +279,31 @@ TEST_F(Launcher, AFileIsDecodedForItsCameraAndRepeated)
     EXPECT_EQ(read.output, "1555200\n") << read.error;
 }
 
+TEST_F(Launcher, AFilmOfAnotherRateKeepsItsPace)
+{
+    // Black and white in turn, ten pictures a second, for a board that wants thirty.
+    const std::string film = folder_.file("film.mkv");
+    const Outcome made =
+        support::runToEnd({"/usr/bin/ffmpeg", "-nostdin", "-v", "error", "-f", "lavfi", "-i",
+                           "color=black:size=64x48:rate=10,geq=lum='255*mod(N,2)':cb=128:cr=128", "-frames:v",
+                           "4", "-c:v", "ffv1", film});
+    ASSERT_EQ(made.status, 0) << made.error;
+    const Command camera{"--camera", "1=file:" + film};
+    constexpr size_t kPictureBytes = 518400;
+    const auto brightness = [&](const Command& pace) {
+        const Outcome read =
+            shell("head -c 9331200 \"$VBOARD_FOLDER/camera1\" > /velmarine/pictures", camera + pace);
+        const std::string pictures = readFile(onBoard("/velmarine/pictures"));
+        std::string changes;
+        for (size_t at = 0; at < pictures.size(); at += kPictureBytes) {
+            changes += static_cast<unsigned char>(pictures[at]) > 128 ? 'W' : 'B';
+        }
+        return changes + read.error;
+    };
+    EXPECT_EQ(brightness({"--fps", "30"}), "BBBWWWBBBWWWBBBWWW");
+    EXPECT_EQ(brightness({"--fps", "max"}), "BWBWBWBWBWBWBWBWBW");
+}
+
 TEST_F(Launcher, ASourceThatEndsIsSaidOnceAndTheProgramGoesOn)
 {
     ASSERT_TRUE(support::writeFile(folder_.file("film"), "no film"));

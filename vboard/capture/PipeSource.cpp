@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <mutex>
@@ -35,10 +36,27 @@ PipeSource::~PipeSource()
     }
 }
 
-bool PipeSource::draw(uint64_t /*frameNumber*/, uint8_t* nv12)
+bool PipeSource::draw(uint64_t frameNumber, uint8_t* nv12)
 {
     const std::lock_guard<std::mutex> whole(readersOf(camera_));
-    return ensureOpen() && readPicture(nv12);
+    return ensureOpen() && catchUp(frameNumber, nv12) && readPicture(nv12);
+}
+
+/// Throws pictures away for the frames that nobody took, as far as they are there already: waiting for them
+/// would lose the next ones, too.
+bool PipeSource::catchUp(uint64_t frameNumber, uint8_t* scratch)
+{
+    constexpr uint64_t kMostBehind = 300;
+    constexpr int kMostAtOnce = 2;
+    const uint64_t missed = nextFrame_ != 0 && frameNumber > nextFrame_ ? frameNumber - nextFrame_ : 0;
+    behind_ = std::min(behind_ + missed, kMostBehind);
+    nextFrame_ = frameNumber + 1;
+    bool whole = true;
+    for (int i = 0; whole && i < kMostAtOnce && behind_ > 0 && real::waitReadable(pipe_, 0) > 0; ++i) {
+        whole = readPicture(scratch);
+        --behind_;
+    }
+    return whole;
 }
 
 bool PipeSource::ensureOpen()

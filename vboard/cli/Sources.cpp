@@ -30,15 +30,22 @@ std::string problem(size_t camera, const std::string& text, int error)
            std::generic_category().message(error);
 }
 
-Command decoderFor(const CameraSource& source)
+/// Makes pictures as a camera has them, and as many a second: a film of another rate is not to run faster.
+std::string filterFor(uint32_t frameRateMilli)
+{
+    const std::string size = "scale=720:480";
+    return frameRateMilli == 0 ? size : "fps=" + std::to_string(frameRateMilli) + "/1000," + size;
+}
+
+Command decoderFor(const CameraSource& source, uint32_t frameRateMilli)
 {
     Command command{"ffmpeg", "-nostdin", "-v", "error"};
     const Command input = source.kind == Kind::kFile
                               ? Command{"-stream_loop", "-1", "-i", "file:" + source.path}
                               : Command{"-f", "v4l2", "-i", source.path};
     command.insert(command.end(), input.begin(), input.end());
-    command.insert(command.end(),
-                   {"-map", "0:v:0", "-vf", "scale=720:480", "-pix_fmt", "nv12", "-f", "rawvideo", "pipe:1"});
+    command.insert(command.end(), {"-map", "0:v:0", "-vf", filterFor(frameRateMilli), "-pix_fmt", "nv12",
+                                   "-f", "rawvideo", "pipe:1"});
     return command;
 }
 
@@ -80,7 +87,7 @@ std::string Sources::startOne(size_t camera, const CameraSource& source)
     ::fcntl(pipe.get(), F_SETPIPE_SZ, kPipeBytes);  // a smaller one works, with more switching
 
     ChildSetup setup;
-    setup.command = decoderFor(source);
+    setup.command = decoderFor(source, board_->state().frameRateMilli);
     setup.output = pipe.get();
     setup.error = log.get();
     setup.signalAtLaunchersEnd = SIGKILL;
