@@ -88,6 +88,7 @@ public:
     /// Waits for an end that comes by itself.
     std::optional<int> awaitEnd(Duration limit = kGenerous);
     bool running();
+    pid_t launcher() const { return launcher_->id(); }
 
     bool request(const control::Packet& packet);
     bool send(const control::Frame& frame);  ///< any bytes
