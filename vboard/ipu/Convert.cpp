@@ -86,6 +86,10 @@ bool Converter::run(const PictureView& from, const PictureView& to)
     if (from.sameSize(to)) {
         return convert(from, to);
     }
+    if (BilinearScaler::takes(from, to)) {
+        bilinear_.run(from, to);
+        return true;
+    }
     if (from.format->code == kNv12 && to.format->code == kNv12) {
         return scaleNv12(from, to);
     }

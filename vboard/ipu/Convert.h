@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipu/Bilinear.h"
 #include "ipu/Picture.h"
 
 namespace board {
@@ -18,6 +19,7 @@ private:
     bool scaleNv12(const PictureView& from, const PictureView& to);
     bool convert(const PictureView& from, const PictureView& to);
 
+    BilinearScaler bilinear_;
     ScratchPicture unpacked_, scaled_, pivot_;
 };
 

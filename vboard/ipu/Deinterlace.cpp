@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "ipu/Vector.h"
+
 // The loops over a line are written for the compiler's vectoriser: bytes in, bytes out, no branches, no
 // aliasing. They are built with full optimisation in every preset.
 
@@ -26,8 +28,8 @@ constexpr uint8_t mean(uint8_t a, uint8_t b)
     return static_cast<uint8_t>((a + b + 1) / 2);
 }
 
-void meanLine(const uint8_t* __restrict above, const uint8_t* __restrict below, uint8_t* __restrict to,
-              size_t bytes)
+VBOARD_KERNEL void meanLineBody(const uint8_t* __restrict above, const uint8_t* __restrict below,
+                                uint8_t* __restrict to, size_t bytes)
 {
     for (size_t i = 0; i < bytes; ++i) {
         to[i] = mean(above[i], below[i]);
@@ -39,7 +41,8 @@ struct Neighbours {
     const uint8_t *self, *above, *below;
 };
 
-void measureMotion(const Neighbours& now, const Neighbours& before, uint8_t* __restrict motion, size_t bytes)
+VBOARD_KERNEL void measureMotionBody(const Neighbours& now, const Neighbours& before,
+                                     uint8_t* __restrict motion, size_t bytes)
 {
     const uint8_t* __restrict self = now.self;
     const uint8_t* __restrict above = now.above;
@@ -60,8 +63,8 @@ struct MotionAround {
 };
 
 /// Mixes the line itself with the mean of its neighbours.
-void mix(const Neighbours& now, const MotionAround& motion, uint8_t tolerance, uint8_t* __restrict to,
-         size_t bytes)
+VBOARD_KERNEL void mixBody(const Neighbours& now, const MotionAround& motion, uint8_t tolerance,
+                           uint8_t* __restrict to, size_t bytes)
 {
     const uint8_t* __restrict self = now.self;
     const uint8_t* __restrict above = now.above;
@@ -78,6 +81,52 @@ void mix(const Neighbours& now, const MotionAround& motion, uint8_t tolerance, u
             static_cast<uint16_t>(self[i] * still + mean(above[i], below[i]) * weight + kRamp / 2);
         to[i] = static_cast<uint8_t>(sum / kRamp);
     }
+}
+
+/// The kernels for this processor.
+struct Kernels {
+    decltype(&meanLineBody) meanLine;
+    decltype(&measureMotionBody) measureMotion;
+    decltype(&mixBody) mix;
+};
+
+void meanLine(const uint8_t* above, const uint8_t* below, uint8_t* to, size_t bytes)
+{
+    meanLineBody(above, below, to, bytes);
+}
+
+void measureMotion(const Neighbours& now, const Neighbours& before, uint8_t* motion, size_t bytes)
+{
+    measureMotionBody(now, before, motion, bytes);
+}
+
+void mix(const Neighbours& now, const MotionAround& motion, uint8_t tolerance, uint8_t* to, size_t bytes)
+{
+    mixBody(now, motion, tolerance, to, bytes);
+}
+
+VBOARD_WIDE void wideMeanLine(const uint8_t* above, const uint8_t* below, uint8_t* to, size_t bytes)
+{
+    meanLineBody(above, below, to, bytes);
+}
+
+VBOARD_WIDE void wideMeasureMotion(const Neighbours& now, const Neighbours& before, uint8_t* motion,
+                                   size_t bytes)
+{
+    measureMotionBody(now, before, motion, bytes);
+}
+
+VBOARD_WIDE void wideMix(const Neighbours& now, const MotionAround& motion, uint8_t tolerance, uint8_t* to,
+                         size_t bytes)
+{
+    mixBody(now, motion, tolerance, to, bytes);
+}
+
+const Kernels& kernels()
+{
+    static constexpr Kernels kUsual{meanLine, measureMotion, mix};
+    static constexpr Kernels kWide{wideMeanLine, wideMeasureMotion, wideMix};
+    return wideVectors() ? kWide : kUsual;
 }
 
 Neighbours neighbours(const Plane& plane, size_t line)
@@ -116,6 +165,7 @@ uint8_t* Deinterlacer::motionLine(const Plane& plane)
 void Deinterlacer::runPlane(const Plane& now, const Plane* previous, FieldOrder order, uint8_t tolerance,
                             const Plane& to)
 {
+    const Kernels& use = kernels();
     uint8_t* const motion = motionLine(now);
     const size_t keptField = order == FieldOrder::kTopFirst ? 0 : 1;
     for (size_t line = 0; line < now.lines; ++line) {
@@ -126,12 +176,12 @@ void Deinterlacer::runPlane(const Plane& now, const Plane* previous, FieldOrder 
         }
         const Neighbours around = neighbours(now, line);
         if (previous == nullptr) {
-            meanLine(around.above, around.below, to.line(line), now.lineBytes);
+            use.meanLine(around.above, around.below, to.line(line), now.lineBytes);
             continue;
         }
-        measureMotion(around, neighbours(*previous, line), motion, now.lineBytes);
-        mix(around, {motion - now.sampleBytes, motion, motion + now.sampleBytes}, tolerance, to.line(line),
-            now.lineBytes);
+        use.measureMotion(around, neighbours(*previous, line), motion, now.lineBytes);
+        use.mix(around, {motion - now.sampleBytes, motion, motion + now.sampleBytes}, tolerance,
+                to.line(line), now.lineBytes);
     }
 }
 
