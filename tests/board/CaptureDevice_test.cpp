@@ -11,7 +11,9 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -624,6 +626,41 @@ TEST_F(PipedCamera, HangsOrDeliversWhenItsSourceIsLost)
     EXPECT_EQ(camera.dequeue(), -EIO);
     EXPECT_EQ(counters(0).delivered, 0U);
     launcher.join();
+}
+
+class ClipCamera : public CaptureDevice {
+protected:
+    void writeClip(const std::vector<uint8_t>& values, size_t extraBytes)
+    {
+        std::ofstream clip(scratch_.file("camera1.nv12"), std::ios::binary);
+        for (const uint8_t value : values) {
+            clip << std::string(board::kPictureBytes, static_cast<char>(value));
+        }
+        clip << std::string(extraBytes, 'x');
+        counters(0).kind = board::SourceKind::kClip;
+    }
+};
+
+TEST_F(ClipCamera, LosesAPictureOrItsPlaceWhenTheClipBeginsAgain)
+{
+    writeClip({50, 120, 200}, 1000);
+    Camera camera(scratch_, 0);
+    start(camera);
+    for (const uint8_t value : std::vector<uint8_t>{50, 120, 200, 50, 120}) {
+        camera.cycle();
+        const uint8_t* picture =
+            scratch_.memory().at(camera.address(camera.last().index), board::kPictureBytes);
+        EXPECT_EQ(picture[0], value);
+        EXPECT_EQ(picture[board::kPictureBytes - 1], value);
+    }
+}
+
+TEST_F(ClipCamera, ReadsBeyondAClipThatHoldsNoWholePicture)
+{
+    writeClip({}, board::kPictureBytes - 1);
+    Camera camera(scratch_, 0);
+    start(camera);
+    EXPECT_EQ(camera.dequeue(), -EIO);
 }
 
 TEST_F(CaptureDevice, ShowsACameraWithoutASignalAsALivePicture)

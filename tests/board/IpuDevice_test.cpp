@@ -331,6 +331,17 @@ TEST_F(Ipu, StillPictureIsScaledThroughTheDeinterlacerAsWithoutIt)
     EXPECT_TRUE(std::equal(plain.begin(), plain.end(), at(page_)));
 }
 
+TEST_F(Ipu, FieldsThatAreToBeKeptAreDeinterlacedAllTheSame)
+{
+    paintSmooth(at(camera_));
+    scratch_.state().keepsFields = 1;
+    ASSERT_EQ(run(), 0);
+    const std::vector<uint8_t> plain(at(page_), at(page_) + kOverlayBytes);
+    task_.input.deinterlace = {true, 0, 0};  // and no previous frame, which is then not looked for
+    ASSERT_EQ(run(), 0);
+    EXPECT_TRUE(std::equal(plain.begin(), plain.end(), at(page_)));
+}
+
 TEST_F(Ipu, WritesIntoTheOverlaysMemoryAndNoLongerAtItsOldAddress)
 {
     const auto overlay = board::makeFramebufferDevice(scratch_.board(), 1);

@@ -143,6 +143,7 @@ INSTANTIATE_TEST_SUITE_P(
                       BadUsage{"CameraNumber", {"run", "--camera", "5=pattern", "true"}},
                       BadUsage{"CameraSource", {"run", "--camera", "1=moon", "true"}},
                       BadUsage{"MissingFile", {"run", "--camera", "1=file:/no/such/film", "true"}},
+                      BadUsage{"MissingClip", {"run", "--camera", "1=clip:/no/such/clip", "true"}},
                       BadUsage{"FrameRate", {"run", "--fps", "0", "true"}},
                       BadUsage{"FrameRateText", {"run", "--fps", "fast", "true"}},
                       BadUsage{"Processor", {"run", "--cpu", "octa", "true"}},

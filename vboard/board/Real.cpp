@@ -93,9 +93,11 @@ pid_t threadId()
     return static_cast<pid_t>(call(SYS_gettid));
 }
 
-void* mapShared(int fd, size_t bytes, off_t offset)
+namespace {
+
+void* map(int fd, size_t bytes, int protection, off_t offset)
 {
-    const long answer = call(kMapCall, nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd,
+    const long answer = call(kMapCall, nullptr, bytes, protection, MAP_SHARED, fd,
                              static_cast<long>(offset / kMapOffsetUnit));
     constexpr long kLastErrno = 4095;
     const bool failed = answer < 0 && answer >= -kLastErrno;
@@ -103,7 +105,19 @@ void* mapShared(int fd, size_t bytes, off_t offset)
     return failed ? nullptr : reinterpret_cast<void*>(answer);
 }
 
-void unmap(void* start, size_t bytes)
+}  // namespace
+
+void* mapShared(int fd, size_t bytes, off_t offset)
+{
+    return map(fd, bytes, PROT_READ | PROT_WRITE, offset);
+}
+
+const void* mapReadOnly(int fd, size_t bytes)
+{
+    return map(fd, bytes, PROT_READ, 0);
+}
+
+void unmap(const void* start, size_t bytes)
 {
     call(SYS_munmap, start, bytes);
 }

@@ -28,7 +28,9 @@ pid_t threadId();
 
 /// A shared read-write mapping; null when the kernel refuses.
 void* mapShared(int fd, size_t bytes, off_t offset);
-void unmap(void* start, size_t bytes);
+/// A mapping of a file's first bytes to read from; null when the kernel refuses.
+const void* mapReadOnly(int fd, size_t bytes);
+void unmap(const void* start, size_t bytes);
 
 /// Size in bytes, or -1 when the path cannot be looked at.
 off_t fileSize(const char* path);

@@ -34,7 +34,7 @@ constexpr uint32_t kPanelWidth = 1024;
 constexpr uint32_t kPanelHeight = 600;
 
 enum class Cpu : uint32_t { kDualLite = 0x61, kQuad = 0x63 };
-enum class SourceKind : uint32_t { kNone, kPattern, kPipe };
+enum class SourceKind : uint32_t { kNone, kPattern, kPipe, kClip };
 /// Idle devices check every call and answer it at once, but move no pixels: what a program costs by itself.
 enum class Devices : uint32_t { kWorking, kIdle };
 
@@ -114,6 +114,7 @@ struct State {
 
     std::atomic<uint32_t> lock;  ///< thread id of the holder, 0 when free
     std::atomic<uint32_t> journal;  ///< calls on files are noted (medium/Journal.h)
+    uint32_t keepsFields;        ///< not 0: the image processing unit never de-interlaces
 
     std::array<Allocation, 256> allocations;
     std::array<Framebuffer, kFramebuffers> framebuffers;

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 
+#include "capture/ClipSource.h"
 #include "capture/PatternSource.h"
 #include "capture/PipeSource.h"
 
@@ -42,6 +43,8 @@ std::unique_ptr<PictureSource> makePictureSource(const Board& board, uint32_t ca
     switch (kind) {
         case SourceKind::kPattern:
             return std::make_unique<PatternSource>(camera);
+        case SourceKind::kClip:
+            return std::make_unique<ClipSource>(board, camera);
         case SourceKind::kPipe:
             return std::make_unique<PipeSource>(board, camera);
         case SourceKind::kNone:

@@ -152,6 +152,8 @@ board::SourceKind kindOf(const CameraSource& source)
     switch (source.kind) {
         case CameraSource::Kind::kPattern:
             return board::SourceKind::kPattern;
+        case CameraSource::Kind::kClip:
+            return board::SourceKind::kClip;
         case CameraSource::Kind::kNone:
             return board::SourceKind::kNone;
         default:
@@ -166,6 +168,7 @@ std::string describe(const BoardOptions& options, board::Board& made)
     state.cpu = options.cpu;
     state.frameRateMilli = options.frameRateMilli;
     state.frameLimit = options.frameLimit;
+    state.keepsFields = options.keepsFields ? 1 : 0;
     state.codecThreads = options.codecThreads;
     state.devices = options.devices;
     const size_t length = std::min(options.codecPreset.size(), sizeof(state.codecPreset) - 1);

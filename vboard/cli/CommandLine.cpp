@@ -25,7 +25,8 @@ std::optional<CameraSource> parseSource(const std::string& text)
         const char* prefix;
         CameraSource::Kind kind;
     };
-    constexpr std::array kForms{Form{"file:", CameraSource::Kind::kFile},
+    constexpr std::array kForms{Form{"clip:", CameraSource::Kind::kClip},
+                                Form{"file:", CameraSource::Kind::kFile},
                                 Form{"v4l2:", CameraSource::Kind::kV4l2}};
     if (text == "pattern") {
         return CameraSource{CameraSource::Kind::kPattern, {}};
@@ -50,8 +51,9 @@ std::string takeCamera(const std::string& text, BoardOptions& board)
     const bool known = number.size() == 1 && number[0] >= '1' && number[0] <= '4';
     const auto source = equals == std::string::npos ? std::nullopt : parseSource(text.substr(equals + 1));
     if (!known || !source) {
-        return "--camera takes N=SOURCE with N from 1 to 4 and pattern, file:PATH, v4l2:/dev/videoX or none, "
-               "not '" +
+        return "--camera takes N=SOURCE with N from 1 to 4 and pattern, clip:PATH, file:PATH, "
+               "v4l2:/dev/videoX "
+               "or none, not '" +
                text + "'";
     }
     board.cameras[static_cast<size_t>(number[0] - '1')] = *source;
@@ -195,7 +197,8 @@ void Grammar::describeRun()
         ->check(CLI::IsMember({"quad", "dual-lite"}))
         ->capture_default_str();
     run.add_option("--camera", texts.cameras,
-                   "N=SOURCE: camera 1 to 4 shows pattern, file:PATH, v4l2:/dev/videoX or none (no signal)")
+                   "N=SOURCE: camera 1 to 4 shows pattern, clip:PATH (raw NV12 pictures), file:PATH, "
+                   "v4l2:/dev/videoX or none (no signal)")
         ->allow_extra_args(false);
     run.add_option("--fps", texts.frameRate, "Frames a second of the cameras, or max for no pacing")
         ->capture_default_str();
@@ -222,6 +225,7 @@ void Grammar::describeRun()
     run.add_flag(
         "--journal", board.journal,
         "Note in DIR/journal what happens to files, for 'vboard cut' to cut the power at any moment");
+    run.add_flag("--keep-fields", board.keepsFields, "The image processing unit never de-interlaces");
     run.add_option("--report", toRun.report, "Write a report of the run as JSON");
     run.add_flag("--list-calls", board.listsCalls, "Have the report list every call on every target");
     run.add_option(

@@ -16,9 +16,9 @@ using Command = std::vector<std::string>;
 
 /// What a camera of the board shows.
 struct CameraSource {
-    enum class Kind { kPattern, kFile, kV4l2, kNone };
+    enum class Kind { kPattern, kClip, kFile, kV4l2, kNone };
     Kind kind = Kind::kPattern;
-    std::string path;  ///< of a file or a V4L2 device
+    std::string path;  ///< of a file, a clip or a V4L2 device
 };
 
 constexpr uint32_t kUsualFrameRateMilli = 30000;
@@ -38,6 +38,7 @@ struct BoardOptions {
     bool mounted = true;
     bool journal = false;  ///< keep a journal of what programs do to files
     bool listsCalls = false;  ///< for the report: which calls could fail
+    bool keepsFields = false;  ///< the image processing unit never de-interlaces
 };
 
 /// A program that another kind of processor runs: what runs it here, and the board's library of its kind.

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <system_error>
 
 #include "board/Real.h"
@@ -22,6 +23,11 @@ constexpr int kPipeBytes = 1 << 20;  // room for a whole picture
 bool isDecoded(const CameraSource& source)
 {
     return source.kind == Kind::kFile || source.kind == Kind::kV4l2;
+}
+
+bool isRead(const CameraSource& source)
+{
+    return isDecoded(source) || source.kind == Kind::kClip;
 }
 
 std::string problem(size_t camera, const std::string& text, int error)
@@ -55,7 +61,7 @@ std::string Sources::check(const BoardOptions& options)
 {
     for (size_t i = 0; i < options.cameras.size(); ++i) {
         const CameraSource& source = options.cameras[i];
-        if (isDecoded(source) && ::access(source.path.c_str(), R_OK) == -1) {
+        if (isRead(source) && ::access(source.path.c_str(), R_OK) == -1) {
             return problem(i, "cannot read " + source.path, errno);
         }
     }
@@ -66,12 +72,24 @@ std::string Sources::start(const BoardOptions& options, board::Board& board)
 {
     board_ = &board;
     for (size_t i = 0; i < options.cameras.size(); ++i) {
-        std::string wrong = isDecoded(options.cameras[i]) ? startOne(i, options.cameras[i]) : std::string();
+        const CameraSource& source = options.cameras[i];
+        std::string wrong = isDecoded(source)            ? startOne(i, source)
+                            : source.kind == Kind::kClip ? linkClip(i, source)
+                                                         : std::string();
         if (!wrong.empty()) {
             return wrong;
         }
     }
     return {};
+}
+
+std::string Sources::linkClip(size_t camera, const CameraSource& source) const
+{
+    const std::string link = board_->file("camera") + std::to_string(camera + 1) + ".nv12";
+    std::error_code error;
+    std::filesystem::remove(link, error);
+    std::filesystem::create_symlink(std::filesystem::absolute(source.path), link, error);
+    return error ? problem(camera, "cannot make " + link, error.value()) : std::string();
 }
 
 std::string Sources::startOne(size_t camera, const CameraSource& source)

@@ -12,7 +12,8 @@
 namespace cli {
 
 /// The decoders behind cameras that show files or V4L2 devices: one ffmpeg each, writing raw NV12 of 720x480
-/// into the pipe "camera<N>" of the board's folder. What it complains of is in "camera<N>.log" beside it.
+/// into the pipe "camera<N>" of the board's folder. What it complains of is in "camera<N>.log" beside it. A
+/// clip needs no decoder: the board finds it by the link "camera<N>.nv12".
 ///
 /// Lifetime: the decoders end with this. The pipes are kept open for reading and writing, so that a decoder
 ///           waits, and does not end, while the program restarts.
@@ -38,6 +39,7 @@ private:
     };
 
     std::string startOne(size_t camera, const CameraSource& source);
+    std::string linkClip(size_t camera, const CameraSource& source) const;
 
     board::Board* board_ = nullptr;
     std::list<Source> sources_;

@@ -149,6 +149,10 @@ protected:
 private:
     uint8_t* picture(const Side& side, const char* name, int address) const;
     int copy(const ipu_task& task, const Side& input, const Side& output);
+    bool deinterlaces(const ipu_task& task) const
+    {
+        return task.input.deinterlace.enable && board().state().keepsFields == 0;
+    }
     bool process(const ipu_task& task, const PictureView& from, const PictureView* previous,
                  const PictureView& to);
 
@@ -230,7 +234,7 @@ int IpuDevice::copy(const ipu_task& task, const Side& input, const Side& output)
     if (from == nullptr || to == nullptr) {
         return -EFAULT;
     }
-    const bool comparesFrames = task.input.deinterlace.enable && task.input.deinterlace.motion != kHighMotion;
+    const bool comparesFrames = deinterlaces(task) && task.input.deinterlace.motion != kHighMotion;
     PictureView previous{};
     if (comparesFrames) {
         uint8_t* before = picture(input, "previous frame", task.input.paddr_n);
@@ -250,10 +254,10 @@ int IpuDevice::copy(const ipu_task& task, const Side& input, const Side& output)
 bool IpuDevice::process(const ipu_task& task, const PictureView& from, const PictureView* previous,
                         const PictureView& to)
 {
-    const ipu_deinterlace& fields = task.input.deinterlace;
-    if (!fields.enable) {
+    if (!deinterlaces(task)) {
         return converter_.run(from, to);
     }
+    const ipu_deinterlace& fields = task.input.deinterlace;
     const FieldOrder order = fields.field_fmt == 0 ? FieldOrder::kTopFirst : FieldOrder::kBottomFirst;
     const uint8_t tolerance = previous == nullptr ? uint8_t{0} : kTolerances[fields.motion];
     if (from.format == to.format && from.sameSize(to)) {
