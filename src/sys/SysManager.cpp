@@ -184,7 +184,7 @@ void SysManager::stop()
     if (writeBack_ != nullptr) {
         writeBack_->finish();  // every frame is written by now
     }
-    usleep(kTickUs);       // for the bodies to notice
+    usleep(kTickUs);  // for the bodies to notice
     ipcq->stop();
     AThread::stop();
 }
@@ -343,8 +343,8 @@ void SysManager::saveBitrate()
     dfn.writeFileContents(bitrateFile(), text, false);  // if it fails, the next selection tries again
 }
 
-/// localtime_r, by which clock and log go, stays with the zone that it found first. Looked at here, so that the frame
-/// loop neither asks the file system nor allocates for its clock.
+/// localtime_r, by which clock and log go, stays with the zone that it found first. Looked at here, so that
+/// the frame loop neither asks the file system nor allocates for its clock.
 void SysManager::followTimeZone()
 {
     tzset();  // NOLINT(concurrency-mt-unsafe): it locks; nobody here changes the environment

@@ -112,9 +112,9 @@ struct State {
     char codecPreset[kPresetBytes];
     uint64_t epochUs;  ///< monotonic time of frame instant 0
 
-    std::atomic<uint32_t> lock;  ///< thread id of the holder, 0 when free
+    std::atomic<uint32_t> lock;     ///< thread id of the holder, 0 when free
     std::atomic<uint32_t> journal;  ///< calls on files are noted (medium/Journal.h)
-    uint32_t keepsFields;        ///< not 0: the image processing unit never de-interlaces
+    uint32_t keepsFields;           ///< not 0: the image processing unit never de-interlaces
 
     std::array<Allocation, 256> allocations;
     std::array<Framebuffer, kFramebuffers> framebuffers;
@@ -148,7 +148,7 @@ static_assert(sizeof(Fault) == 184 && offsetof(Fault, from) == 136);
 static_assert(sizeof(CallCount) == 72 && offsetof(CallCount, count) == 64);
 static_assert(sizeof(CallTarget) == 144 && offsetof(CallTarget, count) == 136);
 static_assert(sizeof(Refusal) == 160);
-static_assert(offsetof(State, allocations) == 72);
+static_assert(offsetof(State, allocations) == 76);
 // NOLINTEND(readability-magic-numbers)
 
 }  // namespace board

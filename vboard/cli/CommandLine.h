@@ -36,8 +36,8 @@ struct BoardOptions {
     uint32_t codecThreads = 1;
     board::Devices devices = board::Devices::kWorking;
     bool mounted = true;
-    bool journal = false;  ///< keep a journal of what programs do to files
-    bool listsCalls = false;  ///< for the report: which calls could fail
+    bool journal = false;      ///< keep a journal of what programs do to files
+    bool listsCalls = false;   ///< for the report: which calls could fail
     bool keepsFields = false;  ///< the image processing unit never de-interlaces
 };
 

@@ -285,7 +285,8 @@ std::string FaultPlan::add(const std::string& rule) const
     }
     if (!parseError(rule.substr(error + 1), fault)) {
         return "the error of fault '" + rule +
-               "' is not known: an errno name or number, RETCODE_..., short, hang, slow:MS, kill, tear, bad, lost, "
+               "' is not known: an errno name or number, RETCODE_..., short, hang, slow:MS, kill, tear, bad, "
+               "lost, "
                "wrap, nosignal or gone";
     }
     ++state_.faultCount;

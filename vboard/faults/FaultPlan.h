@@ -43,8 +43,8 @@ public:
     explicit FaultPlan(const Board& board) : board_(board), state_(board.state()) {}
 
     /// Counts this call against every rule that it matches; the first rule whose turn it is decides. Does not
-    /// return when that one kills. A call that is to be slow has taken its time when this returns, and there is
-    /// nothing left to decide.
+    /// return when that one kills. A call that is to be slow has taken its time when this returns, and there
+    /// is nothing left to decide.
     std::optional<FaultAction> check(const char* call, const char* target) const;
 
     /// The same for a call that transfers bytes, which can be killed within.
