@@ -278,9 +278,9 @@ TEST_F(Journey, WaitsForAPictureInASoundUntilItIsEnded)
 TEST_F(Journey, PlaysARecordingThatWasGivenASoundTrack)
 {
     bringUp();
-    enter(MediaState::kCamera, {1});
-    EXPECT_TRUE(showsCamera(1));
-    enter(MediaState::kTransfer);  // closes the recording
+    enter(MediaState::kCamera, {1, 2});
+    EXPECT_TRUE(reports([](const Status& status) { return status.isRecording; }));
+    enter(MediaState::kTransfer, {1, 2});  // closes the recording
     EXPECT_TRUE(reports([](const Status& status) { return !status.isRecording; }));
     std::filesystem::copy_file(panel_.recording(), video("recorded.avi"));
     ASSERT_TRUE(clips::addSilence(panel_.recording(), video("recorded.mp4")));
