@@ -93,6 +93,10 @@ public:
         require(devices_.file >= 0, "the recording");
     }
 
+    ~Panel() { ipu_.free(frame_); }
+    Panel(const Panel&) = delete;
+    Panel& operator=(const Panel&) = delete;
+
     Devices& devices() { return devices_; }
     size_t channels() const { return quad_ ? cameras_.size() : cameras_.size() / 2; }
 

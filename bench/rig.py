@@ -1,5 +1,4 @@
 """What the benchmarks share: a daemon on a virtual board of its own, figures, plots, and the fragment for the document."""
-import contextlib
 import json
 import os
 import pathlib
@@ -58,9 +57,9 @@ class Panel:
         return self
 
     def __exit__(self, *_):
-        with contextlib.suppress(ProcessLookupError):
+        if self.launcher.poll() is None:
             os.killpg(self.launcher.pid, signal.SIGKILL)  # a group of our own
-        self.launcher.wait()
+            self.launcher.wait()
         self.end_reader()
         self.folder.cleanup()
 

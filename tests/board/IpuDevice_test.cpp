@@ -312,6 +312,16 @@ TEST_P(IpuRefusal, SaysWhyAndTouchesNothing)
 
 INSTANTIATE_TEST_SUITE_P(Tasks, IpuRefusal, ::testing::ValuesIn(kWrongTasks), nameOf);
 
+TEST_F(Ipu, IdleItTouchesNothingAndStillRefuses)
+{
+    scratch_.state().devices = board::Devices::kIdle;
+    EXPECT_EQ(run(), 0);
+    EXPECT_EQ(std::vector<uint8_t>(at(page_), at(page_) + kOverlayBytes),
+              std::vector<uint8_t>(kOverlayBytes, kOldPixel));
+    EXPECT_EQ(release(camera_), 0);
+    EXPECT_EQ(run(), -EFAULT);
+}
+
 TEST_F(Ipu, HighMotionNeedsNoPreviousFrame)
 {
     task_.input.deinterlace = {true, 2, 0};

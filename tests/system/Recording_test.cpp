@@ -143,6 +143,30 @@ TEST(Recording, IsWholeOnADiskThatTakesEveryWriteInPieces)
     EXPECT_GT(report.faultsFired(), 2 * report.framesEncoded());
 }
 
+TEST(Recording, OfIdleDevicesPlaysAndHasFramesOf8Kilobytes)
+{
+    constexpr size_t kFrameBytes = 8192;
+    Panel panel;
+    panel.start({"--devices", "idle", "--fps", "max", "--frames", "40"});
+    ASSERT_EQ(panel.awaitEnd(), 0) << panel.errors();
+    EXPECT_EQ(panel.report().refused(), std::vector<std::string>());
+
+    const Recording recording = support::readRecording(panel.recording());
+    ASSERT_TRUE(recording.wellFormed);
+    ASSERT_GT(recording.chunks.size(), 1U);
+    for (size_t i = 1; i < recording.chunks.size(); ++i) {  // the first one carries the codec header, too
+        EXPECT_EQ(recording.chunks[i].bytes, kFrameBytes) << "chunk " << i;
+    }
+    support::FrameReader reader(panel.recording(), recording.width, recording.height);
+    support::Frame frame;
+    size_t frames = 0;
+    while (reader.next(frame)) {
+        ++frames;
+    }
+    EXPECT_EQ(frames, recording.chunks.size());
+    EXPECT_EQ(reader.complaints(), "");
+}
+
 TEST(Recording, IsNotTouchedWhenItsDirectoryIsNotMounted)
 {
     Panel panel;
