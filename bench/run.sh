@@ -46,8 +46,11 @@ done
 ((${#names[@]} > 0)) || names=("${all[@]}")
 
 scripts/install-deps.sh --bench
+if [[ ! -e build/release/CMakeCache.txt ]]; then
+    export CMAKE_GENERATOR=Ninja
+fi
 cmake --preset release -DVELCAM_BENCH=ON >/dev/null
-cmake --build --preset release --parallel "$(nproc)" >/dev/null
+cmake --build --preset release --parallel "$(nproc)" --target benchmarks >/dev/null
 
 export BENCH_OUT=$PWD/build/bench BENCH_IMAGES=$PWD/docs/images PYTHONDONTWRITEBYTECODE=1
 rm -rf "$BENCH_OUT/once"
