@@ -85,6 +85,29 @@ protected:
     support::Folder folder_;
 };
 
+TEST_F(Launcher, APowerCutTakesWhatWasSynchronisedOrKeepsWhatCannotBeThere)
+{
+    const Command make{
+        "/bin/sh", "-c",
+        "head -c 9000 /dev/zero | dd of=/velmarine/f/kept conv=fsync status=none && sync /velmarine/f && "
+        "head -c 9000 /dev/zero | dd of=/velmarine/f/nameless conv=fsync status=none"};
+    ASSERT_EQ(run({"--journal"}, make).status, 0);
+    const auto cut = [&](const std::string& seed, const std::string& into) {
+        return support::runToEnd({support::program("vboard"), "cut", "--board", folder_.file("board"), "--at",
+                                  "1000", "--seed", seed, into});
+    };
+    bool gone = false;
+    for (int seed = 0; seed < 20; ++seed) {
+        const std::string into = folder_.file("cut" + std::to_string(seed));
+        const Outcome outcome = cut(std::to_string(seed), into);
+        ASSERT_EQ(outcome.status, 0) << outcome.error;
+        EXPECT_EQ(readFile(into + "/velmarine/f/kept").size(), 9000U);
+        gone = gone || !std::filesystem::exists(into + "/velmarine/f/nameless");
+    }
+    EXPECT_TRUE(gone) << "a name that nobody has synchronised";
+    EXPECT_EQ(cut("1", folder_.file("cut0")).status, 2) << "into a folder that has something";
+}
+
 TEST_F(Launcher, PassesTheProgramsExitStatusOn)
 {
     EXPECT_EQ(shell("exit 7").status, 7);

@@ -164,16 +164,20 @@ struct Grammar {
     CLI::App& run;
     CLI::App& attach;
     CLI::App& snapshot;
+    CLI::App& cut;
     Texts texts;
     RunRequest toRun;
     AttachRequest toAttach;
     SnapshotRequest toSnapshot;
+    CutRequest toCut;
 };
 
 Grammar::Grammar()
     : run(*app.add_subcommand("run", "Bring a board up, run PROGRAM on it, and end with its exit status")),
       attach(*app.add_subcommand("attach", "Run another PROGRAM on a board that is up")),
-      snapshot(*app.add_subcommand("snapshot", "Write what the panel of a board that is up shows, as PNG"))
+      snapshot(*app.add_subcommand("snapshot", "Write what the panel of a board that is up shows, as PNG")),
+      cut(*app.add_subcommand("cut",
+                              "Write what a power cut would have left of a board's files, by its journal"))
 {
     app.set_version_flag("--version", std::string("vboard ") + VELCAM_VERSION);
     app.require_subcommand(1);
@@ -184,6 +188,11 @@ Grammar::Grammar()
     addForeign(attach, toAttach.foreign);
     snapshot.add_option("--board", toSnapshot.folder, "The board's folder")->required();
     snapshot.add_option("FILE", toSnapshot.picture, "The picture to write")->required();
+    cut.add_option("--board", toCut.folder, "The board's folder")->required();
+    cut.add_option("--at", toCut.seconds, "Seconds after the board came up; else by chance")
+        ->check(CLI::NonNegativeNumber);
+    cut.add_option("--seed", toCut.seed, "What chance begins with, to repeat a cut");
+    cut.add_option("FOLDER", toCut.into, "Where the files are written, as below DIR/root")->required();
 }
 
 void Grammar::describeRun()
@@ -247,6 +256,8 @@ Request Grammar::request(const Command& afterDashes)
         wrong = takeProgram(attach, afterDashes, toAttach.program);
         putBefore(toAttach.foreign.emulator, toAttach.program);
         result = toAttach;
+    } else if (cut.parsed()) {
+        result = toCut;
     } else {
         result = toSnapshot;
     }

@@ -63,11 +63,18 @@ struct SnapshotRequest {
     std::string folder;
     std::string picture;
 };
+/// What a power cut leaves of a board's files.
+struct CutRequest {
+    std::string folder;
+    std::optional<double> seconds;  ///< after the board came up; chance picks when there are none
+    std::optional<uint32_t> seed;
+    std::string into;
+};
 /// Nothing is left to do (help, version, bad usage); all has been said.
 struct Finished {
     int status;
 };
-using Request = std::variant<Finished, RunRequest, AttachRequest, SnapshotRequest>;
+using Request = std::variant<Finished, RunRequest, AttachRequest, SnapshotRequest, CutRequest>;
 
 /// Exit status after bad usage, with one line on standard error that says what to do.
 constexpr int kBadUsage = 2;

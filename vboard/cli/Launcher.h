@@ -18,5 +18,6 @@ int statusOfFailedStart(int error);
 int attach(const AttachRequest& request);
 int snapshot(const SnapshotRequest& request);
 int run(const RunRequest& request);
+int cut(const CutRequest& request);
 
 }  // namespace cli

@@ -15,6 +15,9 @@ int main(int argc, char** argv)
     if (const auto* toSnapshot = std::get_if<cli::SnapshotRequest>(&request)) {
         return cli::snapshot(*toSnapshot);
     }
+    if (const auto* toCut = std::get_if<cli::CutRequest>(&request)) {
+        return cli::cut(*toCut);
+    }
     const auto* finished = std::get_if<cli::Finished>(&request);
     return finished == nullptr ? cli::kBadUsage : finished->status;
 }
