@@ -3,6 +3,8 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "faults/FaultPlan.h"
 #include "shim/EntryPoints.h"
 #include "shim/Faults.h"
@@ -41,15 +43,6 @@ ssize_t writeNoted(int fd, const void* data, size_t bytes)
     return written;
 }
 
-/// Writes the first bytes of what the parts hold: of the first part that is not empty, as much as allowed.
-ssize_t writeStart(int fd, const iovec* parts, size_t bytes)
-{
-    while (parts->iov_len == 0) {
-        ++parts;
-    }
-    return writeNoted(fd, parts->iov_base, bytes < parts->iov_len ? bytes : parts->iov_len);
-}
-
 /// The parts are noted as writes of their own.
 ssize_t writeParts(int fd, const iovec* parts, int count)
 {
@@ -64,6 +57,20 @@ ssize_t writeParts(int fd, const iovec* parts, int count)
         at += taken;
     }
     return written;
+}
+
+/// Writes the first `bytes` of what the parts hold, as far as they are in the first of these.
+ssize_t writeStart(int fd, const iovec* parts, int count, size_t bytes)
+{
+    constexpr int kMostParts = 16;
+    iovec start[kMostParts];
+    int used = 0;
+    for (; used < count && used < kMostParts && bytes > 0; ++used) {
+        start[used] = parts[used];
+        start[used].iov_len = std::min(start[used].iov_len, bytes);
+        bytes -= start[used].iov_len;
+    }
+    return writeParts(fd, start, used);
 }
 
 template <typename Operation>
@@ -137,7 +144,7 @@ ssize_t writev(int fd, const iovec* parts, int count)
 {
     const size_t all = bytesOf(parts, count);
     return transfer(Call::kWrite, fd, all, [&](size_t allowed) {
-        return allowed < all ? writeStart(fd, parts, allowed) : writeParts(fd, parts, count);
+        return allowed < all ? writeStart(fd, parts, count, allowed) : writeParts(fd, parts, count);
     });
 }
 
