@@ -184,13 +184,14 @@ TEST_F(Clips, EveryPictureOfEveryFilmIsRecordedOnceInItsTileAndLooksLikeIt)
 {
     constexpr int kLooped = 90;
     constexpr int kTwentySeconds = 600;
-    record(scenes::isLong() ? "30" : "max", scenes::isLong() ? kTwentySeconds : kLooped);
+    ASSERT_NO_FATAL_FAILURE(
+        record(scenes::isLong() ? "30" : "max", scenes::isLong() ? kTwentySeconds : kLooped));
     std::vector<Tile> tiles;
     for (const Rectangle& place : scenes::quad().tiles) {
         tiles.push_back({place, tiles.size()});
     }
     const int frames = compare(tiles);
-    EXPECT_GE(frames, (scenes::isLong() ? kTwentySeconds : kLooped) - 3);
+    ASSERT_GE(frames, (scenes::isLong() ? kTwentySeconds : kLooped) - 3);
     for (const Tile& tile : tiles) {
         constexpr double kRecognisable = 24;
         const double quality = decibel(tile.sum / std::max(frames, 1));
