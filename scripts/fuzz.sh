@@ -59,6 +59,7 @@ run_one() {
     if ! "$build/bin/fuzz_$target" -close_fd_mask=3 -max_total_time="$share" -max_len=2048 -timeout=20 \
         -rss_limit_mb=1024 -print_final_stats=1 -verbosity=1 -artifact_prefix="$build/found/$target-" \
         "$build/corpus/$target" "$corpus/$target" >"$log" 2>&1; then
+        # shellcheck disable=SC2012 # names of our own
         echo "$target: BROKEN; to see it: $build/bin/fuzz_$target $(ls -t "$build/found/$target-"* | head -n 1)"
         return 1
     fi

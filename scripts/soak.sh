@@ -93,7 +93,9 @@ note() {
     (($2 > most)) && most=$2
     return 0
 }
-rss_least=-1 rss_most=-1 fds_least=-1 fds_most=-1 threads_least=-1 threads_most=-1 files_least=-1 files_most=-1
+rss_least=-1 rss_most=-1 fds_least=-1 fds_most=-1 threads_least=-1 threads_most=-1 files_most=-1
+# shellcheck disable=SC2034 # note() keeps both ends of every measure
+files_least=-1
 
 measure() {
     local status

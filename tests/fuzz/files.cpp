@@ -46,10 +46,6 @@ const std::string& header()
     return bytes;
 }
 
-}  // namespace
-
-namespace {
-
 /// A first byte of 1 stands for a recording's header, so that short inputs get behind it.
 std::string recordingFrom(fuzz::Input& bytes)
 {
@@ -113,6 +109,7 @@ std::string fuzz::recording(std::string_view input)
 std::string fuzz::recordingVerbs(std::string_view input)
 {
     static const support::Folder folder;
+    enum Verb : size_t { kIndexAvi, kIndexMp4, kIndexMkv, kGrab, kCut, kRepair };
     constexpr std::array kOutputs{"out.avi", "out.mp4", "out.mkv", "out.png", "cut.mkv", "repaired.avi"};
     Input bytes(input);
     const size_t verb = bytes.byte() % kOutputs.size();
@@ -123,11 +120,11 @@ std::string fuzz::recordingVerbs(std::string_view input)
 
     static_cast<void>(recordings::findings(file.path()));
     int status = 0;
-    if (verb == 3) {
+    if (verb == kGrab) {
         status = ::recording::runGrab({make, from, more % 5});
-    } else if (verb == 4) {
+    } else if (verb == kCut) {
         status = ::recording::runCut({make, from, from + more / 30.0});
-    } else if (verb < 3) {
+    } else if (verb != kRepair) {
         status = ::recording::runIndex(make);
     } else if (::recording::runRepair(make) == ::recording::kDone) {
         return compareRepaired(file.path(), make.output);
