@@ -308,7 +308,7 @@ private:
 /// cannot bear it drops frames in each of the former.
 TEST_F(BadInput, AFloodOfPacketsCostsAFrame)
 {
-    constexpr int kStretches = 6;
+    constexpr int kStretches = 4;
     constexpr uint64_t kStretch = 60;  // frames
     const int rate = 30 / scenes::kSlowness;
     panel_.start({"--codec-preset", "ultrafast", "--fps", std::to_string(rate)});
