@@ -64,7 +64,7 @@ public:
             // A player goes by a torn chunk's size, and then looks for the next chunk.
             EXPECT_GE(seen + ledger_.swallowed() + ledger_.tears(), whole);
         }
-        survival::report("kill", {{phase, instants_},
+        survival::report("kill", {{phase, instants_ - 1},
                                   {"chunks", whole},
                                   {"missing", missing_},
                                   {"tears", ledger_.tears()},
