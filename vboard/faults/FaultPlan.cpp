@@ -168,7 +168,7 @@ bool store(char (&target)[Size], const std::string& text)
 
 std::string occurrenceText(const Fault& fault)
 {
-    const std::string first = std::to_string(fault.from);
+    std::string first = std::to_string(fault.from);
     if (fault.step != 1) {
         return first + "/" + std::to_string(fault.step);
     }
