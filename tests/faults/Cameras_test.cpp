@@ -54,7 +54,7 @@ INSTANTIATE_TEST_SUITE_P(
             ""},
         Trouble{"MarkBuffersAsBad", {"--fault", "VIDIOC_DQBUF@/dev/video?#3/4=bad"}, Effect::kGoesOn, ""},
         Trouble{"LoseTheirVideoStandard",
-                {"--fault", "VIDIOC_DQBUF@/dev/video2#10=nosignal"},
+                {"--fault", "VIDIOC_DQBUF@/dev/video2#4=nosignal"},
                 Effect::kGoesOn,
                 ""},
         // Each failed pass leaves the frames of the other cameras with the daemon; four buffers are soon
@@ -64,7 +64,7 @@ INSTANTIATE_TEST_SUITE_P(
                 Effect::kGoesOn,
                 "Could not dequeue buffer from camera channel #4"},
         Trouble{"AreGone",
-                {"--fault", "VIDIOC_DQBUF@/dev/video1#20=gone"},
+                {"--fault", "VIDIOC_DQBUF@/dev/video1#6=gone"},
                 Effect::kEnds,
                 "Could not dequeue buffer from camera channel #2"}),
     [](const auto& chosen) { return std::string(chosen.param.name); });
@@ -72,7 +72,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Copies, ThatFailNowAndThenUseUpTheBuffers)
 {
     faults::Drive drive(PLAYER);
-    const auto result = drive.run({"--cpu", "quad", "--fault", "IPU_QUEUE_TASK@*#20/9=EINVAL"});
+    const auto result = drive.run({"--cpu", "quad", "--fault", "IPU_QUEUE_TASK@*#10/7=EINVAL"});
     EXPECT_EQ(faults::effectOf(result), Effect::kGoesOn) << result.output;
     EXPECT_EQ(result.status, 0);
     EXPECT_GT(result.report.faultsFired(), 4U);
