@@ -12,9 +12,9 @@ usage: pipeline.sh [OPTION...]
                  /dev/shm); what the script puts there is removed at the end
   --out FILE     the fragment (default: build/bench/pipeline.md)
   --plots DIR    where the plot goes (default: docs/images)
-  --frames N     frames of a run (default 360; 1800 with --full)
+  --frames N     frames of a run (default 480; 1800 with --full)
   --rounds N     how often every row is run, in turns (default 3; 5 with --full)
-  --budget S     begin no further round after S seconds (default 300; none with --full)
+  --budget S     begin no further round after S seconds (default 250; none with --full)
   --only REGEX   only the rows whose name matches
   --full         1800 frames, 5 rounds
   --once         one short run of each of velcam's own programs, to see that they work; nothing is written
@@ -59,7 +59,7 @@ done
 if ((full)); then
     : "${frames:=1800}" "${rounds:=5}" "${budget:=100000}"
 fi
-: "${frames:=360}" "${rounds:=3}" "${budget:=300}"
+: "${frames:=480}" "${rounds:=3}" "${budget:=250}"
 for number in "$frames" "$rounds" "$budget"; do
     [[ $number =~ ^[1-9][0-9]{0,5}$ ]] || bad_usage "'$number' is no number from 1 up"
 done
@@ -68,7 +68,7 @@ if [[ -z $bin ]]; then
     bin=build/release/bin
     scripts/build.sh release velcamd velcamctl vboard pipeline_bench
 fi
-readonly preset=ultrafast warm=120 # frames of the runs that are taken off: start-up and the first pictures
+readonly preset=ultrafast warm=60 # frames of the runs that are taken off: start-up and the first pictures
 readonly python=/usr/bin/python3
 
 board_process=
@@ -131,7 +131,7 @@ run_board() {
 }
 
 run_velcam() {
-    local keep= i
+    local keep='' i status=0
     [[ $3 == woven ]] && keep=--keep-fields
     set -m # a process group of its own
     { time run_board "$@"; } 2>"$times" &
@@ -146,10 +146,12 @@ run_velcam() {
     # The daemon waits for a reader of its reports, as the device has one.
     "$bin/vboard" attach --board "$scratch/board" -- "$bin/velcamctl" status --follow &>/dev/null &
     reader=$!
-    wait "$board_process"
+    wait "$board_process" || status=$?
     board_process=
+    kill "$reader" 2>/dev/null || true
     wait "$reader" || true
     reader=
+    return "$status"
 }
 
 # The display has to be on: nearly all the copies that recording and display take for so many frames were made.
@@ -164,7 +166,7 @@ check_velcam() {
 
 readonly page=800:500
 run_ffmpeg() {
-    local camera deinterlace= chain= stacked= inputs=()
+    local camera deinterlace='' chain='' stacked='' inputs=()
     [[ $3 == progressive ]] && deinterlace="setfield=tff,yadif=mode=send_frame,"
     for ((camera = 1; camera <= $1; camera++)); do
         inputs+=(-f rawvideo -pix_fmt nv12 -video_size 720x480 -framerate 30 -stream_loop -1 -threads 1
@@ -184,18 +186,18 @@ fontcolor=white:x=2:y=3:text='%{localtime}'[record];[d]scale=$page:flags=bilinea
 }
 
 run_gstreamer() {
-    local camera deinterlace=() sources=() pads=()
+    local camera fields=false deinterlace=() sources=() pads=()
     local queue=(queue max-size-buffers=3 max-size-bytes=0 max-size-time=0 '!')
-    [[ $3 == progressive ]] && deinterlace=(deinterlace mode=interlaced fields=top method=greedyl '!')
+    [[ $3 == progressive ]] && fields=true && deinterlace=(deinterlace mode=interlaced fields=top method=greedyl '!')
     for ((camera = 1; camera <= $1; camera++)); do
-        local x=$(((camera - 1) % 2 * 720)) y=$((30 + (camera - 1) / 2 * 480)) sink=mix.sink_$((camera - 1))
+        local x=$(((camera - 1) % 2 * 720)) y=$((camera > 2 ? 510 : 30)) sink=mix.sink_$((camera - 1))
         pads+=("sink_$((camera - 1))::xpos=$x" "sink_$((camera - 1))::ypos=$y")
         sources+=(splitfilesrc "location=$scratch/parts/camera$camera.*.nv12" blocksize=518400 "num-buffers=$4" '!'
-            rawvideoparse format=nv12 width=720 height=480 framerate=30/1 interlaced=true top-field-first=true '!'
+            rawvideoparse format=nv12 width=720 height=480 framerate=30/1 "interlaced=$fields" top-field-first=true '!'
             "${deinterlace[@]}")
         if ((camera == 1)); then
             sources+=(tee name=first first. '!' "${queue[@]}" "$sink" first. '!' "${queue[@]}" videoscale
-                method=bilinear add-borders=false '!' video/x-raw,width=${page%:*},height=${page#*:} '!'
+                method=bilinear add-borders=false '!' "video/x-raw,width=${page%:*},height=${page#*:}" '!'
                 fakesink sync=false async=false)
         else
             sources+=("${queue[@]}" "$sink")
@@ -220,8 +222,7 @@ measure() {
     local name=$1
     shift
     if [[ $name == velcam ]]; then
-        run_velcam "$@"
-        ((once)) || check_velcam "$1" "$4"
+        run_velcam "$@" && { (($4 <= warm)) || check_velcam "$1" "$4"; }
     else
         { time "run_$name" "$@" >"$scratch/said" 2>&1; } 2>"$times"
     fi || {
@@ -265,10 +266,12 @@ quality() {
     echo "none,$("${like[@]}" "$clips/camera1.nv12")"
     "$bin/pipeline_bench" deinterlace "$clips/camera1.nv12" "$scratch/made"
     echo "velcam,$("${like[@]}" "$scratch/made")"
-    # shellcheck disable=SC2086 # several words
-    ffmpeg -nostdin -v error -y $size -i "$clips/camera1.nv12" \
-        -vf setfield=tff,format=yuv420p,yadif=mode=send_frame,format=nv12 -f rawvideo "$scratch/made"
-    echo "FFmpeg yadif,$("${like[@]}" "$scratch/made")"
+    for method in yadif bwdif; do
+        # shellcheck disable=SC2086 # several words
+        ffmpeg -nostdin -v error -y $size -i "$clips/camera1.nv12" \
+            -vf "setfield=tff,format=yuv420p,$method=mode=send_frame,format=nv12" -f rawvideo "$scratch/made"
+        echo "FFmpeg $method,$("${like[@]}" "$scratch/made")"
+    done
     for method in greedyl greedyh linear; do
         gst-launch-1.0 -q filesrc "location=$clips/camera1.nv12" '!' rawvideoparse format=nv12 width=720 height=480 \
             framerate=30/1 interlaced=true top-field-first=true '!' deinterlace mode=interlaced fields=top \
