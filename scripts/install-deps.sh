@@ -5,7 +5,8 @@ set -euo pipefail
 declare -rA extras=(
     [--browser]="chromium chromium-driver python3-selenium"
     [--fuzz]="clang libclang-rt-dev"
-    [--bench]="libbenchmark-dev valgrind strace gnuplot-nox python3"
+    [--bench]="libbenchmark-dev valgrind strace gnuplot-nox python3 python3-matplotlib time
+        gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-x"
 )
 needed=(
     g++ cmake ninja-build pkg-config
@@ -31,7 +32,7 @@ END
         echo "${0##*/}: '$1' is not an option; see --help" >&2
         exit 2
     fi
-    read -r -a more <<<"${extras[$1]}"
+    read -r -d "" -a more <<<"${extras[$1]}" || true
     needed+=("${more[@]}")
     shift
 done
