@@ -173,7 +173,7 @@ TEST_F(Disk, ThatRefusesToRenameTheFullRecordingEndsItOrIsNotAskedAgain)
 TEST_F(Disk, ThatTakesASecondForAWriteLosesMoreThanThatSecond)
 {
     constexpr support::Duration kSecond{1000};
-    bringUp({"--fault", "write@*/cam.avi#100=slow:1000"});
+    bringUp({"--fault", "write@*/cam.avi#40=slow:1000"});
     ASSERT_TRUE(awaitRecording(true));
     // Reports go on through it.
     const auto end = Clock::now() + 3 * kSecond;

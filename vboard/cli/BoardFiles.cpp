@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -124,12 +125,15 @@ std::string provideRoot(const std::string& root, const BoardOptions& options)
     return {};
 }
 
-/// A new, empty (sparse) file of a size. The old one, if any, stays what it is to those who still have it.
+/// A new, empty (sparse) file of a size. The old one, if any, stays what it is to those who still have it. It
+/// gets its name when it has its size: who maps a file that is too short is killed at the first look at it.
 bool makeFile(const std::string& path, off_t bytes)
 {
-    real::unlink(path.c_str());
-    const Descriptor file(real::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode));
-    return file.isOpen() && real::truncate(file.get(), bytes) == 0;
+    const std::string unfinished = path + ".new";
+    real::unlink(unfinished.c_str());
+    const Descriptor file(real::open(unfinished.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode));
+    return file.isOpen() && real::truncate(file.get(), bytes) == 0 &&
+           std::rename(unfinished.c_str(), path.c_str()) == 0;
 }
 
 bool makeFreshFiles(const std::string& folder)
