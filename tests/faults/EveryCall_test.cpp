@@ -25,8 +25,8 @@ struct Slice {
 /// One fault in so many is tried: VELCAM_FAULT_SHARE=N; all with VELCAM_LONG=1.
 unsigned share()
 {
-    constexpr unsigned long kUsual = 15;
-    constexpr unsigned long kSanitized = 60;
+    constexpr unsigned long kUsual = 40;
+    constexpr unsigned long kSanitized = 240;
     constexpr int kDecimal = 10;
     if (scenes::isLong()) {
         return 1;

@@ -87,10 +87,10 @@ protected:
 
 TEST_F(Launcher, APowerCutTakesWhatWasSynchronisedOrKeepsWhatCannotBeThere)
 {
-    const Command make{
-        "/bin/sh", "-c",
-        "head -c 9000 /dev/zero | dd of=/velmarine/f/kept conv=fsync status=none && sync /velmarine/f && "
-        "head -c 9000 /dev/zero | dd of=/velmarine/f/nameless conv=fsync status=none"};
+    const std::string write = "printf %09000d 0 >/velmarine/f/";
+    const Command make{"/bin/sh", "-c",
+                       write + "kept && sync /velmarine/f/kept && sync /velmarine/f && " + write +
+                           "nameless && sync /velmarine/f/nameless"};
     ASSERT_EQ(run({"--journal"}, make).status, 0);
     const auto cut = [&](const std::string& seed, const std::string& into) {
         return support::runToEnd({support::program("vboard"), "cut", "--board", folder_.file("board"), "--at",
