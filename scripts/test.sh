@@ -21,4 +21,4 @@ progress=()
 if [[ -t 1 ]]; then
     progress=(--progress)
 fi
-"${runner[@]}" ctest --preset "$preset" --parallel "$(nproc)" "${progress[@]}" "${@:2}"
+"${runner[@]}" ctest --preset "$preset" --parallel "$(($(nproc) + 1))" "${progress[@]}" "${@:2}"

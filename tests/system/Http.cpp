@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <utility>
 
 #include "Wait.h"
 
@@ -42,7 +43,8 @@ bool Connection::send(const std::string& bytes)
 
 std::string Connection::readUntil(const std::string& text)
 {
-    std::string all;
+    std::string all = std::move(surplus_);
+    surplus_.clear();
     std::array<char, 65536> block{};
     const auto deadline = support::Clock::now() + support::kGenerous;
     while ((text.empty() || all.find(text) == std::string::npos) && support::Clock::now() < deadline) {
@@ -51,6 +53,11 @@ std::string Connection::readUntil(const std::string& text)
             break;
         }
         all.append(block.data(), static_cast<size_t>(got));
+    }
+    const size_t found = text.empty() ? std::string::npos : all.find(text);
+    if (found != std::string::npos) {
+        surplus_ = all.substr(found + text.size());
+        all.resize(found + text.size());
     }
     return all;
 }

@@ -26,6 +26,7 @@ public:
 
 private:
     cli::Descriptor socket_;
+    std::string surplus_;  ///< read, and behind what was asked for
 };
 
 /// A request as a browser's own page would make it, and its whole answer.

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 
-#include <cstring>
 #include <vector>
 
 #include "board/Real.h"
@@ -13,11 +12,10 @@ void Writer::add(Record record, const void* data) const
 {
     record.timeUs = real::monotonicUs();
     record.thread = static_cast<uint32_t>(real::threadId());
-    std::vector<uint8_t> bytes(sizeof(record) + record.bytes);
-    std::memcpy(bytes.data(), &record, sizeof(record));
-    if (record.bytes > 0) {
-        std::memcpy(bytes.data() + sizeof(record), data, record.bytes);
-    }
+    const auto* const head = reinterpret_cast<const uint8_t*>(&record);
+    const auto* const body = static_cast<const uint8_t*>(data);
+    std::vector<uint8_t> bytes(head, head + sizeof(record));
+    bytes.insert(bytes.end(), body, body + record.bytes);
     const int file = real::open(board_.file(kFile).c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
     const ssize_t written = file < 0 ? -1 : real::write(file, bytes.data(), bytes.size());
     if (file >= 0) {

@@ -48,8 +48,8 @@ public:
 
     void put(const char* data, uint64_t bytes, uint64_t offset)
     {
-        good_ =
-            good_ && ::pwrite(fd_, data, bytes, static_cast<off_t>(offset)) == static_cast<ssize_t>(bytes);
+        good_ = good_ && ::pwrite(fd_, data, static_cast<size_t>(bytes), static_cast<off_t>(offset)) ==
+                             static_cast<ssize_t>(bytes);
     }
     void resize(uint64_t bytes) { good_ = good_ && ::ftruncate(fd_, static_cast<off_t>(bytes)) == 0; }
     bool good() const { return fd_ != -1 && good_; }
