@@ -10,9 +10,15 @@
 #include <charconv>
 #include <utility>
 
+#include "Scenes.h"
 #include "Wait.h"
 
 namespace http {
+namespace {
+
+constexpr support::Duration kPatience = support::kGenerous * scenes::kSlowness;
+
+}  // namespace
 
 Connection::Connection(uint16_t port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
@@ -20,7 +26,7 @@ Connection::Connection(uint16_t port) : socket_(::socket(AF_INET, SOCK_STREAM | 
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const timeval patience{support::kGenerous.count() / 1000, 0};
+    const timeval patience{kPatience.count() / 1000, 0};
     ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
     ::setsockopt(socket_.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
     if (::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == -1) {
@@ -46,7 +52,7 @@ std::string Connection::readUntil(const std::string& text)
     std::string all = std::move(surplus_);
     surplus_.clear();
     std::array<char, 65536> block{};
-    const auto deadline = support::Clock::now() + support::kGenerous;
+    const auto deadline = support::Clock::now() + kPatience;
     while ((text.empty() || all.find(text) == std::string::npos) && support::Clock::now() < deadline) {
         const ssize_t got = ::recv(socket_.get(), block.data(), block.size(), 0);
         if (got <= 0) {
@@ -65,7 +71,7 @@ std::string Connection::readUntil(const std::string& text)
 bool Connection::awaitEnd()
 {
     std::array<char, 4096> block{};
-    const auto deadline = support::Clock::now() + support::kGenerous;
+    const auto deadline = support::Clock::now() + kPatience;
     ssize_t got = 1;
     while (got > 0 && support::Clock::now() < deadline) {
         got = ::recv(socket_.get(), block.data(), block.size(), 0);
