@@ -4,6 +4,7 @@
 # shellcheck disable=SC2016 # backquotes are for the document, and a dollar in quotes for an inner shell
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/measuring.sh
 
 usage() {
     cat <<'END'
@@ -19,25 +20,7 @@ END
 bin=
 work=build/measure
 into=docs/recordings.md
-while (($# > 0)); do
-    case $1 in
-        --help)
-            usage
-            exit 0
-            ;;
-        --bin | --work)
-            (($# > 1)) || { echo "${0##*/}: $1 needs a value; see --help" >&2; exit 2; }
-            if [[ $1 == --bin ]]; then bin=$2; else work=$2; fi
-            shift
-            ;;
-        --print) into= ;;
-        *)
-            echo "${0##*/}: '$1' is not an option; see --help" >&2
-            exit 2
-            ;;
-    esac
-    shift
-done
+measuring_options "$@"
 if [[ -z $bin ]]; then
     bin=build/release/bin
     scripts/build.sh release velcamrec velcamctl velcamd vboard
@@ -309,19 +292,11 @@ report() {
     say "frames" && comparison
 }
 
-write_into_document() {
-    awk -v result="$result" '
-        /<!-- measured -->/ { print; print ""; while ((getline line < result) > 0) print line; print ""; skip = 1; next }
-        /<!-- end of measured -->/ { skip = 0 }
-        !skip { print }' "$into" >"$work/document.md"
-    cp "$work/document.md" "$into"
-}
-
 make_recording
 say "measuring"
 report >"$result"
 if [[ -n $into ]]; then
-    write_into_document
+    write_between measured "$result" "$into"
     say "written into $into"
 else
     cat "$result"

@@ -2,6 +2,7 @@
 # Tears a recording in many ways, has players play it, and writes into docs/recording-format.md what each of them loses.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/measuring.sh
 
 usage() {
     cat <<'END'
@@ -17,25 +18,7 @@ END
 bin=
 work=build/tears
 into=docs/recording-format.md
-while (($# > 0)); do
-    case $1 in
-        --help)
-            usage
-            exit 0
-            ;;
-        --bin | --work)
-            (($# > 1)) || { echo "${0##*/}: $1 needs a value; see --help" >&2; exit 2; }
-            if [[ $1 == --bin ]]; then bin=$2; else work=$2; fi
-            shift
-            ;;
-        --print) into= ;;
-        *)
-            echo "${0##*/}: '$1' is not an option; see --help" >&2
-            exit 2
-            ;;
-    esac
-    shift
-done
+measuring_options "$@"
 for player in ffmpeg gst-launch-1.0 cvlc mplayer runuser python3; do
     command -v "$player" >/dev/null || { echo "${0##*/}: $player is missing; see --help" >&2; exit 1; }
 done
@@ -241,9 +224,5 @@ if [[ -z $into ]]; then
     cat "$work/result.md"
     exit 0
 fi
-awk -v result="$work/result.md" '
-    /<!-- tears -->/ { print; print ""; while ((getline line < result) > 0) print line; print ""; skip = 1; next }
-    /<!-- end of tears -->/ { skip = 0 }
-    !skip { print }' "$into" >"$work/document.md"
-cp "$work/document.md" "$into"
+write_between tears "$work/result.md" "$into"
 echo "written into $into" >&2

@@ -2,6 +2,7 @@
 # Tries everything that could lose a recording, and writes what was tried and what was lost into docs/reliability.md.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/measuring.sh
 
 usage() {
     cat <<'END'
@@ -146,23 +147,12 @@ for row in rows:
 END
 }
 
-write_into_document() {
-    local whole
-    whole=$(mktemp)
-    awk -v table="$said/table.md" '
-        /<!-- tried -->/ { print; print ""; while ((getline line < table) > 0) print line; print ""; skip = 1; next }
-        /<!-- end of tried -->/ { skip = 0 }
-        !skip { print }' "$into" >"$whole"
-    cat "$whole" >"$into"
-    rm "$whole"
-}
-
 [[ -n $keep ]] || run_all
 table >"$said/table.md"
 if [[ -n $print ]]; then
     cat "$said/table.md"
 else
-    write_into_document
+    write_between tried "$said/table.md" "$into"
     echo "written into $into"
 fi
 if ((${#failed[@]} > 0)); then

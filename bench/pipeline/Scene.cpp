@@ -4,20 +4,15 @@
 #include <array>
 #include <cmath>
 
+#include "capture/Scramble.h"
+
 namespace pipeline {
 namespace {
 
+using board::scramble;
+
 constexpr double kTurn = 6.283185307179586;
 constexpr size_t kMargin = 24;  // pixels of ground beyond each edge of the picture, to sway into
-
-uint32_t scramble(uint32_t value)
-{
-    constexpr uint32_t kFirst = 0x7FEB352D, kSecond = 0x846CA68B;
-    constexpr unsigned kMiddle = 15;
-    value = (value ^ (value >> 16)) * kFirst;
-    value = (value ^ (value >> kMiddle)) * kSecond;
-    return value ^ (value >> 16);
-}
 
 /// Smooth random values from -1 to 1 on a grid.
 float noiseAt(size_t x, size_t y, size_t cell, uint32_t seed)

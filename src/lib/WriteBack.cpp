@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "lib/interrupted.h"
 #include "types/CancelWindow.h"
 
 namespace {
@@ -19,11 +20,7 @@ constexpr useconds_t kFarewellPollUs = 10000;
 template <typename Call>
 bool reachesMedium(Call call)
 {
-    int result = -1;
-    do {
-        result = call();
-    } while (result == -1 && errno == EINTR);
-    return result == 0 || errno == EINVAL;
+    return retryInterrupted(call) == 0 || errno == EINVAL;
 }
 
 }  // namespace

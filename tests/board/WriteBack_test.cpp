@@ -47,6 +47,11 @@ bool atRisk()
     return medium::Medium(journal).firstAtRisk(now, kFolder) != now;
 }
 
+void rotate()
+{
+    ASSERT_EQ(std::rename(kRecording.c_str(), (kRecording + ".00.avi").c_str()), 0);
+}
+
 size_t descriptorsOfTheRecording()
 {
     size_t count = 0;
@@ -73,7 +78,7 @@ BOARD_TEST(WriteBack, APassLeavesAFrameOrANameUnsaved, kJournal)
         EXPECT_FALSE(atRisk()) << "more of it";
         file.grow();
     }
-    ASSERT_EQ(std::rename(kRecording.c_str(), (kRecording + ".00.avi").c_str()), 0);
+    rotate();
     const Growing next;
     next.grow();
     writeBack.pass();
@@ -90,7 +95,7 @@ BOARD_TEST(WriteBack, ARotationIsSavedBeforeTheNextRecordingBegins, kJournal)
         writeBack.pass();
         file.grow();
     }
-    ASSERT_EQ(std::rename(kRecording.c_str(), (kRecording + ".00.avi").c_str()), 0);
+    rotate();
     writeBack.pass();
     EXPECT_FALSE(atRisk());
     EXPECT_FALSE(writeBack.failing());

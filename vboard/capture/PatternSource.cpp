@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "capture/PatternCode.h"
+#include "capture/Scramble.h"
 
 namespace board {
 namespace {
@@ -102,16 +103,6 @@ constexpr std::array<Strokes, kCameras> kDigits{{
       {.22F, .79F}}},
     {{{.64F, .90F}, {.64F, .10F}, {.18F, .66F}, {.84F, .66F}}},
 }};
-
-uint32_t scramble(uint32_t value)
-{
-    // A published integer mixer: multiply and shift until each bit depends on all.
-    constexpr uint32_t kFirst = 0x7FEB352D, kSecond = 0x846CA68B;
-    constexpr unsigned kMiddle = 15;
-    value = (value ^ (value >> 16)) * kFirst;
-    value = (value ^ (value >> kMiddle)) * kSecond;
-    return value ^ (value >> 16);
-}
 
 float smooth(float share)
 {

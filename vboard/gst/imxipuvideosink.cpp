@@ -55,20 +55,20 @@ void fail(gpointer sink, GstResourceError kind, const char* what)
                              __FILE__, __func__, __LINE__);
 }
 
-void setProperty(GObject* object, guint number, const GValue* value, GParamSpec* specification)
+void setProperty(GObject* object, guint number, const GValue* value, GParamSpec* property)
 {
     if (number != kFramebuffer) {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, number, specification);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, number, property);
         return;
     }
     const char* const path = g_value_get_string(value);
     partsOf(object).framebuffer = path != nullptr ? path : "";
 }
 
-void getProperty(GObject* object, guint number, GValue* value, GParamSpec* specification)
+void getProperty(GObject* object, guint number, GValue* value, GParamSpec* property)
 {
     if (number != kFramebuffer) {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, number, specification);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, number, property);
         return;
     }
     g_value_set_string(value, partsOf(object).framebuffer.c_str());
