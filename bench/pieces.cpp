@@ -22,7 +22,7 @@ void clockRedraw(benchmark::State& state)
 {
     std::vector<unsigned char> picture(size_t{kWidth} * kHeight * 3 / 2);
     YuvText text;
-    if (!text.setup(25, "/usr/share/fonts/truetype/dejavu/DejaVuSansCondensed.ttf")) {
+    if (!text.setup(25, "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf")) {
         state.SkipWithError("no font: install fonts-dejavu-core");
         return;
     }
