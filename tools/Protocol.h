@@ -11,8 +11,9 @@
 
 /// The controller's side of the daemon's messages: what is asked of it and what it reports.
 ///
-/// Threads: any; everything here is a value. Errors: nothing is thrown; a thing that cannot be said in the
-/// protocol, or that does not follow it, gives an empty optional.
+/// Threads: any; everything here is a value.
+/// Errors:  nothing is thrown; a thing that cannot be said in the protocol, or that does not follow it, gives
+///          an empty optional.
 namespace control {
 
 constexpr const char* kRequestQueue = "/zentcam";  ///< the daemon receives here

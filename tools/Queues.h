@@ -13,10 +13,10 @@ namespace control {
 /// An existing message queue, opened for one direction; it is never created here: that is the daemon's, with
 /// its own attributes.
 ///
-/// Threads:  one at a time. Lifetime: closed with its owner, never unlinked.
+/// Threads:  one at a time.
+/// Lifetime: closed with its owner, never unlinked.
 /// Errors:   an open that failed leaves the object closed, and error() says why (errno); so does a failed
-/// send
-///           or receive, with ETIMEDOUT when the time ran out and EINTR when a signal arrived.
+///           send or receive, with ETIMEDOUT when the time ran out and EINTR when a signal arrived.
 class Queue {
 public:
     using Duration = std::chrono::milliseconds;

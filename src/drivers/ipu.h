@@ -9,7 +9,7 @@
 /// the boundary as it is, and it is the same on the panel and on a PC because no member is a pointer or a
 /// long.
 ///
-/// Units:    pixels; formats are V4L2 four-character codes; addresses physical.
+/// Units: pixels; formats are V4L2 four-character codes; addresses physical.
 
 struct ipu_pos {
     uint32_t x;

@@ -18,8 +18,7 @@
 /// Lifetime: the constructor takes the codec library and the bitstream memory; setup() opens the encoder,
 ///           once; the destructor gives all of it back. The writer is not owned and must outlive the encoder.
 /// Errors:   false with the state reached so far, mostly after one line on standard output that names the
-/// step.
-///           An encode that hangs for some four seconds resets the codec and returns false.
+///           step. An encode that hangs for some four seconds resets the codec and returns false.
 /// Units:    pixels; bit rate kbit/s; addresses physical.
 class mx_vpu {
 public:

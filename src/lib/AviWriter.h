@@ -8,7 +8,7 @@
 /// Threads:  as VideoWriter.
 /// Lifetime: as VideoWriter. An existing recording (above 200 bytes) is continued under its own header.
 /// Errors:   as VideoWriter. A header that could not be written leaves the file open with the part that
-/// reached it.
+///           reached it.
 class AviWriter final : public VideoWriter {
 public:
     AviWriter() = default;

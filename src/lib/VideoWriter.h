@@ -9,11 +9,9 @@
 ///
 /// Threads:  one thread (the frame loop's).
 /// Lifetime: start() opens a file, stop() closes it; the concrete writers' destructors stop. The codec header
-/// is kept over
-///           start() and stop(), until the encoder collects it again.
+///           is kept over start() and stop(), until the encoder collects it again.
 /// Errors:   false, without a message; what reached the file stays in it. Nothing is written to a closed
-/// writer, and that
-///           counts as success.
+///           writer, and that counts as success.
 class VideoWriter {
 public:
     enum VID_FORMAT : u_int32_t { UNKNOWN = 0, H264 = 1 };

@@ -18,9 +18,9 @@
 /// Bound:    a pause of kPauseMs between two passes. What was written, created or renamed before a pass is on
 ///           the medium when that pass ends.
 /// Threads:  start(), finish() and retire() the main thread; failing() any; run() is the worker, the only
-/// thread that waits for the medium.
+///           thread that waits for the medium.
 /// Lifetime: retire() ends it, after one more pass. A medium that does not answer keeps nobody: then thread
-/// and object are left to the end of the process.
+///           and object are left to the end of the process.
 /// Errors:   failing() until a pass has worked; each pass tries again.
 class WriteBack final : public AThread {
 public:

@@ -14,9 +14,10 @@
 ///
 /// Threads:  one thread (the frame loop's).
 /// Lifetime: setup() loads the font, the destructor releases it; neither needs the other. The picture stays
-/// the caller's. Errors:   false, without a message. A setup() that failed holds nothing, and draw() is then
-/// false. Memory:   the clock's characters are rendered once, in setup(): drawing them takes nothing from the
-/// heap. Units:    pixels; one byte of luma a pixel, `dest.width` bytes a line.
+///           the caller's.
+/// Errors:   false, without a message. A setup() that failed holds nothing, and draw() is then false.
+/// Memory:   the clock's characters are rendered once, in setup(): drawing them takes nothing from the heap.
+/// Units:    pixels; one byte of luma a pixel, `dest.width` bytes a line.
 class YuvText {
 public:
     enum YUVTEXT_TYPE { TEXT = 0, CLOCKOVERLAY = 1 };

@@ -11,9 +11,9 @@
 /// the persistent log, whose size is then limited.
 ///
 /// Threads:  log_item() and write_text() from any; lines do not mix. setLevel() before others log, clear()
-/// while none does. Lifetime: no file is kept open. Destruction calls process(); lines of a run that ended
-/// without it are carried over by the
-///           next one.
+///           while none does.
+/// Lifetime: no file is kept open. Destruction calls process(); lines of a run that ended without it are
+///           carried over by the next one.
 /// Errors:   false when a line did not get into the working file; process() and clear() are silent.
 class logger {
 public:

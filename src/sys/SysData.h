@@ -15,8 +15,8 @@
 /// The system manager owns it; `IPCBus` and `VideoManager` hold a pointer to it.
 ///
 /// Threads: a `SharedWord` may be read and written by any thread. The other fields belong to the system
-/// manager's thread once the threads run; the directories, `core.cpu_type` and `core.log` are set before that
-/// and only read afterwards, by every thread.
+///          manager's thread once the threads run; the directories, `core.cpu_type` and `core.log` are set
+///          before that and only read afterwards, by every thread.
 class SysData {
 public:
     static constexpr std::size_t kChannels = 4;

@@ -18,11 +18,9 @@
 /// The program: it owns every part, and its thread turns what the controller asks for into calls on them.
 ///
 /// Threads:  construction, init(), start(), runVmgr(), stop() and destruction: the main thread, in this
-/// order.
-///           exitApplication(): any thread, or a signal handler. run(): its own thread.
+///           order. exitApplication(): any thread, or a signal handler. run(): its own thread.
 /// Lifetime: one object for the process. Destruction waits for its threads, ends everything, and carries the
-/// log over.
-///           The message queues stay as they are.
+///           log over. The message queues stay as they are.
 /// Errors:   init() has logged the reason when it is false; the object can then only be destroyed.
 class SysManager : public AThread {
 public:

@@ -20,16 +20,14 @@
 /// videos.
 ///
 /// Threads:  construction, init(), run(), restartCameras() and destruction: the main thread.
-/// reqWindowChange(),
-///           setCameraDisplay(), setRecordState(), playVideo(), videoPlaybackStatus() and
+///           reqWindowChange(), setCameraDisplay(), setRecordState(), playVideo(), videoPlaybackStatus() and
 ///           stopVideoPlayback(): the system manager's thread, at any time; what they ask for is done by the
 ///           next pass of run().
 /// Lifetime: the devices that init() opened stay open until destruction, also after a failed init(), which is
-/// not
-///           repeated. Destruction must not overlap a call of the other thread.
+///           not repeated. Destruction must not overlap a call of the other thread.
 /// Errors:   false after one line in the log that says what could not be done.
 /// Units:    pixels, bytes, physical addresses; cameras are numbered 1 to 4 outside and indexed 0 to 3
-/// inside.
+///           inside.
 class VideoManager {
 public:
     enum WINDOW_STATE : u_int8_t {

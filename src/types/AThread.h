@@ -10,15 +10,12 @@
 /// when it is set.
 ///
 /// Threads:  start(), stop(), isInit() and reap() belong to the one thread that controls the worker;
-/// sendHalt() may be
-///           called by any thread; run() is the worker itself.
+///           sendHalt() may be called by any thread; run() is the worker itself.
 /// Lifetime: the base's destructor neither halts, cancels nor joins. A subclass whose object can die before
-/// its thread
-///           calls reap() first thing in its destructor: only there are its own members and its run() still
-///           in place. A thread is not meant to be started again: `haltThread` is never cleared.
+///           its thread calls reap() first thing in its destructor: only there are its own members and its
+///           run() still in place. A thread is not meant to be started again: `haltThread` is never cleared.
 /// Cancel:   stop() cancels a body that has not returned. A body with objects to destroy disables
-/// cancellation for itself
-///           and opens it around its blocking calls only (types/CancelWindow.h).
+///           cancellation for itself and opens it around its blocking calls only (types/CancelWindow.h).
 /// Errors:   a thread that could not be created leaves isInit() false, silently.
 class AThread {
 public:

@@ -8,7 +8,7 @@
 /// record. It orders nothing but itself: fields that must be seen together need a hand-shake or a lock.
 ///
 /// Threads: any. Also safe in a signal handler (asserted: the board's processor has lock-free words of this
-/// size).
+///          size).
 template <typename T>
 class SharedWord {  // NOLINT(cppcoreguidelines-special-member-functions): moving a word is copying it
 public:

@@ -11,7 +11,8 @@ namespace recording {
 ///
 /// Threads:  one.
 /// Lifetime: prepare() makes the temporary file; commit() renames it. One that was not committed goes with
-/// its owner. Errors:   false, with a text in error().
+///           its owner.
+/// Errors:   false, with a text in error().
 class OutputFile {
 public:
     enum class Existing { kRefuse, kReplace };

@@ -40,8 +40,7 @@ struct Summary {
 ///
 /// Threads:  one.
 /// Lifetime: reader and progress outlive it. The sink is called with a finding when all is known about it: at
-/// the next
-///           key frame, at the next finding, or at the end.
+///           the next key frame, at the next finding, or at the end.
 class Survey {
 public:
     using Sink = std::function<void(const Finding&)>;

@@ -28,9 +28,9 @@ private:
 
 /// A board that is up, as one process sees it: the shared state, the physical memory and the framebuffers.
 ///
-/// Threads: any; what is made of several members is changed under BoardLock.
+/// Threads:  any; what is made of several members is changed under BoardLock.
 /// Lifetime: current() attaches at first use and never lets go, so that calls during process exit still find
-/// it.
+///           it.
 class Board {
 public:
     explicit Board(std::string folder);

@@ -12,7 +12,7 @@ namespace board {
 /// is late is caught up with at two pictures a frame.
 ///
 /// Threads: one at a time for each source. Two sources of one camera in a process take whole pictures in
-/// turn.
+///          turn.
 class PipeSource : public PictureSource {
 public:
     PipeSource(const Board& board, uint32_t camera);

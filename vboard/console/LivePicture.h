@@ -15,10 +15,9 @@ namespace console {
 /// The panel as a stream of JPEG pictures, made once for all who watch and only while somebody does.
 ///
 /// Threads:  any; one of its own, of low priority, composes and encodes, at most 15 pictures a second and
-/// never
-///           more than half of the time.
+///           never more than half of the time.
 /// Lifetime: until stop() or its end; the board must outlive it. A picture lives as long as somebody holds
-/// it.
+///           it.
 class LivePicture {
 public:
     explicit LivePicture(const board::Board& board);

@@ -12,7 +12,8 @@ namespace console {
 
 /// What is asked of the daemon, from a request's JSON to its queue.
 ///
-/// Threads: any. Bounds: twenty requests a second, so that no page can keep the daemon busy with them.
+/// Threads: any.
+/// Bounds:  twenty requests a second, so that no page can keep the daemon busy with them.
 class Requests {
 public:
     explicit Requests(std::string queueName) : queueName_(std::move(queueName)) {}

@@ -9,8 +9,8 @@
 /// Draws pictures onto a surface: converted to its pixels, scaled to fill it as far as their shape allows, on
 /// black.
 ///
-/// Threads:  one at a time.
-/// Errors:   false for a picture that cannot be read, or cannot be turned into the surface's pixels.
+/// Threads: one at a time.
+/// Errors:  false for a picture that cannot be read, or cannot be turned into the surface's pixels.
 class Painter {
 public:
     /// The pictures that come from now on.

@@ -1,7 +1,8 @@
 /// Physically contiguous memory for the codec, as the board's SDK declares it.
 ///
-/// Threads: any. Units: bytes; `phy_addr` is physical, `virt_uaddr` an address of the calling process.
-/// Clear a vpu_mem_desc before its first use: a field that holds 0 stands for "nothing held".
+/// Threads: any.
+/// Units:   bytes; `phy_addr` is physical, `virt_uaddr` an address of the calling process. Clear a
+///          vpu_mem_desc before its first use: a field that holds 0 stands for "nothing held".
 #ifndef VPU_IO_H
 #define VPU_IO_H
 

@@ -5,8 +5,7 @@
 ///
 /// Threads: one at a time for a handle; the library itself is shared by all handles of a process.
 /// Units:   bitRate kbit/s; frameRateInfo frames per second (numerator in the low 16 bits, denominator less
-/// one above
-///          them); sizes and strides bytes; picture sizes pixels; PhysicalAddress physical.
+///          one above them); sizes and strides bytes; picture sizes pixels; PhysicalAddress physical.
 #ifndef VPU_LIB_H
 #define VPU_LIB_H
 

@@ -16,7 +16,8 @@ namespace board {
 /// time. What it computes is the same: an enlarged picture's outermost samples are the source's, a reduced
 /// one's are centred.
 ///
-/// Threads: one at a time. Memory: two lines, and a table for each width that was asked for last.
+/// Threads: one at a time.
+/// Memory:  two lines, and a table for each width that was asked for last.
 class BilinearScaler {
 public:
     /// Whether run() can do it, and does it faster than libyuv on this processor.

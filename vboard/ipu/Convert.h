@@ -10,7 +10,9 @@ namespace board {
 /// Between different formats the way leads over YU12; colours follow ITU-R BT.601 in video range. Scaling is
 /// bilinear, with averaging where a picture is made smaller than half.
 ///
-/// Threads: one at a time. Memory: two intermediate pictures, kept. Errors: false when there is no memory.
+/// Threads: one at a time.
+/// Memory:  two intermediate pictures, kept.
+/// Errors:  false when there is no memory.
 class Converter {
 public:
     bool run(const PictureView& from, const PictureView& to);

@@ -21,7 +21,8 @@ enum class FieldOrder : uint8_t { kTopFirst, kBottomFirst };
 /// bit.
 ///
 /// Works on every YUV format: the components of a plane are treated alike.
-/// Threads: one at a time. Memory: one line, kept.
+/// Threads: one at a time.
+/// Memory:  one line, kept.
 class Deinterlacer {
 public:
     /// `now`, `previous` and `to` have one format and size; `to` is other memory. Without `previous` the

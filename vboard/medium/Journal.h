@@ -48,8 +48,9 @@ static_assert(sizeof(Record) == 40, "the same on every processor");
 
 /// Adds records; each in one go, so that those of several threads and processes stand one after the other.
 ///
-/// Threads: any. Errors: a record that cannot be written ends the journal: later ones are not written either,
-/// so that what is there is true.
+/// Threads: any.
+/// Errors:  a record that cannot be written ends the journal: later ones are not written either, so that what
+///          is there is true.
 class Writer {
 public:
     explicit Writer(const Board& board) : board_(board) {}

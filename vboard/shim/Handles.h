@@ -10,8 +10,8 @@
 /// one, and the device hears of its end when the last of them is closed.
 ///
 /// Threads: any, also before `main` and inside a sanitizer's runtime: a fixed table of atomic words, no lock,
-/// no allocation. Not seen: descriptors closed behind libc's back (fclose of a stream over one, a program
-/// that was started by exec); a number that is opened again is forgotten then.
+///          no allocation. Not seen: descriptors closed behind libc's back (fclose of a stream over one, a
+///          program that was started by exec); a number that is opened again is forgotten then.
 namespace shim::handles {
 
 /// Numbers from here on are never handles.

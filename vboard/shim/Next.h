@@ -9,7 +9,7 @@ namespace shim {
 /// A function of libc that an entry point stands before, looked up at its first call.
 ///
 /// Threads: any, also before `main` and inside a sanitizer's runtime: no lock of its own, no dynamic
-/// initialisation. Two threads that look it up at once find the same.
+///          initialisation. Two threads that look it up at once find the same.
 template <typename Pointer>
 class Next {
 public:
