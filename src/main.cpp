@@ -52,10 +52,10 @@ void sig_handle(int /*signal*/)
 }
 
 /// Signals interrupt what the process waits in (no SA_RESTART).
-void endOnInterrupt()
+void onInterrupt(void (*handler)(int))
 {
     struct sigaction action = {};
-    action.sa_handler = sig_handle;
+    action.sa_handler = handler;
     sigemptyset(&action.sa_mask);
     for (const int number : {SIGINT, SIGALRM}) {
         sigaction(number, &action, nullptr);  // cannot fail for a valid signal and handler
@@ -72,14 +72,14 @@ int main(int count, char** arguments)
     // Whoever collects the output sees each line as it is printed, also through a pipe.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 
-    endOnInterrupt();
+    onInterrupt(sig_handle);
     if (!core.init()) {
         core.log_item("(main): Could not init core", logger::LOG_ERROR);
         return EXIT_FAILURE;
     }
     core.start();
     core.runVmgr();
-    alarm(0);  // seen
+    onInterrupt(SIG_IGN);  // it ends: nothing that it waits for is to be cut short, and core goes
     core.log_item("(main): Shutting down application", logger::LOG_NOTICE);
     core.stop();
     return EXIT_SUCCESS;

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <limits>
+#include <optional>
 
 #include "lib/interrupted.h"
 
@@ -34,19 +36,25 @@ void completeSizes(v4l2_pix_format& pix)
     pix.sizeimage = std::max(pix.sizeimage, pix.bytesperline * pix.height);
 }
 
-/// Bytes of one frame, 0 for a format that the pipeline does not know.
-int bytesOfFrame(int format, int width, int height)
+/// Bytes of one frame; nothing for a format that the pipeline does not know, or a size that no buffer can
+/// have.
+std::optional<int> bytesOfFrame(int format, int width, int height)
 {
+    const int64_t pixels = int64_t{width} * height;
+    if (pixels > std::numeric_limits<int>::max() / 3) {
+        return std::nullopt;
+    }
+    const int bytes = static_cast<int>(pixels);
     switch (static_cast<uint32_t>(format)) {
         case V4L2_PIX_FMT_YUV420:
         case V4L2_PIX_FMT_NV12:
-            return width * height * 3 / 2;
+            return bytes * 3 / 2;
         case V4L2_PIX_FMT_RGB565:
         case V4L2_PIX_FMT_YUYV:
         case V4L2_PIX_FMT_UYVY:
-            return width * height * 2;
+            return bytes * 2;
         default:
-            return 0;
+            return std::nullopt;
     }
 }
 
@@ -169,12 +177,12 @@ bool cam_v4l::readBackFormat(v4l2_format& format)
 
 bool cam_v4l::computeFrameSize()
 {
-    const int bytes = bytesOfFrame(info->format, info->width, info->height);
-    if (bytes == 0) {
+    const auto bytes = bytesOfFrame(info->format, info->width, info->height);
+    if (!bytes) {
         std::puts("Unsupported format for camera.");
         return false;
     }
-    info->framesize = bytes;
+    info->framesize = *bytes;
     return true;
 }
 

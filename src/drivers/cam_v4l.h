@@ -14,8 +14,10 @@
 /// Threads:  main thread only; dequeue_buffer() blocks for the next frame and so paces the frame loop.
 /// Lifetime: setup() opens the node, once; start() allocates and streams; the destructor undoes both. The
 ///           CAM_INFO and the IPU in it are the caller's and must outlive this object.
-/// Errors:   false after one line on standard output that names the step; dequeue and queue are silent. Some
-///           failed steps of setup() leave the node open on purpose; the destructor closes it.
+/// Errors:   false. Opening, the picture format and the start say on standard output which step failed; all
+/// else
+///           is silent. Some failed steps of setup() leave the node open on purpose; the destructor closes
+///           it.
 /// Units:    widths and heights in pixels, sizes in bytes, addresses physical.
 class cam_v4l {
 public:

@@ -12,7 +12,7 @@
 ///
 /// Threads:  the constructor and start() belong to the owner; run() is the receiver thread and the only
 ///           producer of the packet queue; tx() is for one thread at a time. Both can be cancelled while they
-///           block in the queue, and nowhere else.
+///           block in the queue, run() also while it pauses before it tries again; nowhere else.
 /// Lifetime: the constructor opens both queues (in server mode it removes former ones first); the destructor
 ///           ends the receiver thread, and leaves the queues open and in place for the other side. The packet
 ///           queue is not owned and must outlive the endpoint.

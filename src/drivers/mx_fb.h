@@ -17,8 +17,10 @@
 /// Lifetime: setup() opens the overlay's node, once; the destructor unmaps, blanks and closes. The DISP_INFO
 ///           is the caller's and must outlive this object. Opening the camera overlay again replaces the
 ///           former mapping.
-/// Errors:   false, after a line on standard output when setup or opening failed; before setup() nothing
-///           opens. A failed setup() may leave the overlay's node open; the destructor closes it.
+/// Errors:   false, mostly after a line on standard output that names the step of the setup or opening;
+/// before
+///           setup() nothing opens. A failed setup() may leave the overlay's node open; the destructor closes
+///           it.
 /// Units:    pixels; sizes in bytes; `offset` of a page is physical.
 class mx_fb {
 public:

@@ -57,8 +57,9 @@ public:
     /// Runs a task to its end.
     bool run(ipu_task& task);
 
-    /// Allocates `size` bytes, rounded up to whole pages, and maps them. After a failure `length` and
-    /// `offset` hold the rounded size, `start` is null, and nothing is to be freed.
+    /// Allocates `size` bytes, rounded up to whole pages, and maps them. After a failure nothing is to be
+    /// freed: `length` and `offset` hold the rounded size and `start` is null; a size below 0, or a device
+    /// that is not open, leaves the record as it was.
     bool alloc(buffer& b, int size);
 
     /// Unmaps and releases. `offset` and `length` keep their values.

@@ -115,6 +115,12 @@ EncOpenParam openParameters(const mx_vpu::VPU_CFG& cfg, PhysicalAddress bitstrea
     return open;
 }
 
+bool openFailed(RetCode why)
+{
+    std::printf("Encoder open failed %d\n", static_cast<int>(why));
+    return false;
+}
+
 }  // namespace
 
 mx_vpu::mx_vpu()
@@ -159,7 +165,7 @@ bool mx_vpu::obtainBitstreamMemory()
 bool mx_vpu::setup(VPU_CFG config, VideoWriter* writer)
 {
     if (!init) {
-        return false;  // the constructor has said why
+        return openFailed(RETCODE_NOT_INITIALIZED);  // as the library would say, but it is not asked any more
     }
     cfg = config;
     o_writer = writer;
@@ -188,9 +194,8 @@ bool mx_vpu::openEncoder()
     EncOpenParam parameters = openParameters(cfg, data.mem_desc.phy_addr);
     const RetCode result = vpu_EncOpen(&o_encoder, &parameters);
     if (result != RETCODE_SUCCESS) {
-        std::printf("Encoder open failed %d\n", static_cast<int>(result));
         o_encoder = nullptr;
-        return false;
+        return openFailed(result);
     }
     int refreshMode = 1;
     vpu_EncGiveCommand(o_encoder, ENC_SET_INTRA_REFRESH_MODE,
@@ -438,9 +443,10 @@ bool mx_vpu::process_buffer(PhysicalAddress physAddr, Uint32 size)
 }
 
 /// Where `size` bytes at `physAddr` lie in this process; null unless all of them are in the bitstream buffer.
+/// No bytes are nowhere, and are always there.
 char* mx_vpu::bitstreamAt(PhysicalAddress physAddr, Uint32 size) const
 {
-    const PhysicalAddress offset = physAddr - data.mem_desc.phy_addr;
+    const PhysicalAddress offset = size == 0 ? 0 : physAddr - data.mem_desc.phy_addr;
     const bool inside = offset <= kBitstreamBytes && size <= kBitstreamBytes - offset;
     return inside ? pointerTo(data.mem_desc.virt_uaddr + offset) : nullptr;
 }

@@ -19,8 +19,8 @@ public:
     // default there.
     void findKey(bool& value, std::string key) const;         ///< true for exactly "1", "TRUE" or "true"
     void findKey(std::string& value, std::string key) const;  ///< as it stands
-    void findKey(long& value,
-                 std::string key) const;  ///< leading decimal digits, else 0; within signed 32 bits
+    /// Leading decimal digits, else 0; within signed 32 bits.
+    void findKey(long& value, std::string key) const;
     void findKey(u_int8_t& value, std::string key) const;  ///< as for long, then its low 8 bits
 
 private:

@@ -28,7 +28,6 @@ bool reachesMedium(Call call)
 WriteBack::WriteBack(std::string folder, const std::string& name)
     : folder_(std::move(folder)), path_(folder_ + name), wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
-    threadId = "WriteBack";
 }
 
 WriteBack::~WriteBack()
@@ -88,10 +87,11 @@ bool WriteBack::leave()
     for (useconds_t waited = 0; !ended_ && waited < kFarewellMs * 1000U; waited += kFarewellPollUs) {
         usleep(kFarewellPollUs);
     }
-    if (!ended_) {
+    const bool ended = ended_;  // it may end between two looks
+    if (!ended) {
         pthread_detach(_thread);
     }
-    return ended_;
+    return ended;
 }
 
 void WriteBack::pass()
@@ -132,7 +132,10 @@ bool WriteBack::save(const Place& now)
         close();  // nothing new, or no file
         return true;
     }
-    if ((fd_ == -1 && !open()) || !reachesMedium([&] { return ::fdatasync(fd_); })) {
+    if (fd_ == -1 && !open()) {
+        return errno == ENOENT;  // it was renamed meanwhile: the next pass finds what has the name then
+    }
+    if (!reachesMedium([&] { return ::fdatasync(fd_); })) {
         return false;
     }
     saved_.bytes = now.bytes;  // what came since is the next pass's

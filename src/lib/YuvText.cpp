@@ -41,16 +41,16 @@ bool YuvText::setup(uint size, const char* fontPath)
     return true;
 }
 
-/// One that cannot be rendered, or not a line after the other, is left to draw().
+/// One that cannot be rendered is left to draw(), which fails for it.
 void YuvText::keepClockGlyphs()
 {
     for (const char* character = kClockCharacters; *character != '\0'; ++character) {
-        if (!render(*character) || face->glyph->bitmap.pitch < 0) {
+        if (!render(*character)) {
             continue;
         }
         const FT_Bitmap& rendered = face->glyph->bitmap;
         Glyph& glyph = glyphs_[static_cast<unsigned char>(*character)];
-        const size_t bytes = size_t{rendered.rows} * static_cast<unsigned int>(rendered.pitch);
+        const size_t bytes = size_t{rendered.rows} * static_cast<unsigned int>(std::abs(rendered.pitch));
         glyph.coverage.assign(rendered.buffer, rendered.buffer + bytes);
         glyph.bitmap = rendered;
         glyph.bitmap.buffer = glyph.coverage.data();
@@ -134,11 +134,13 @@ unsigned int YuvText::glyph_to_outbuff(YUV_TEXT& t, const FT_Bitmap& glyph, unsi
     }
     const unsigned int rows = std::min(glyph.rows, t.dest.height - 2 * top);
     // A font that brings bitmaps of fewer bits a pixel has lines that are shorter than the glyph is wide.
-    const unsigned int lineBytes = std::min(glyph.width, static_cast<unsigned int>(std::abs(glyph.pitch)));
+    // A negative pitch says that the lowest line comes first.
+    const auto pitch = static_cast<unsigned int>(std::abs(glyph.pitch));
+    const unsigned int lineBytes = std::min(glyph.width, pitch);
     const unsigned int columns = std::min(lineBytes, t.dest.width - left);
     for (unsigned int r = 0; r < rows; ++r) {
         std::memcpy(t.dest.buffer + size_t{top + r} * t.dest.width + left,
-                    glyph.buffer + static_cast<ptrdiff_t>(r) * glyph.pitch, columns);
+                    glyph.buffer + size_t{glyph.pitch < 0 ? glyph.rows - 1 - r : r} * pitch, columns);
     }
     return next;
 }

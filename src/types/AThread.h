@@ -26,7 +26,7 @@ public:
     AThread& operator=(AThread&&) = default;
     virtual ~AThread() = default;
 
-    virtual void run() = 0;
+    virtual void run() {}
 
     /// Creates the thread. Does nothing when one has been created and not yet stopped.
     void start();

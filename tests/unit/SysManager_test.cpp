@@ -17,6 +17,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -211,10 +212,18 @@ INSTANTIATE_TEST_SUITE_P(
                     BitrateText{"TwoDigits", "12", 12}, BitrateText{"OneDigit", "8", 2000},
                     BitrateText{"Letters", "12a", 2000}, BitrateText{"Signed", "-100", 2000},
                     BitrateText{"TwoNumbers", "10 20", 2000}, BitrateText{"Empty", "", 2000},
-                    BitrateText{"LargestInt", "2147483647", INT_MAX},
-                    BitrateText{"BeyondInt", "2147483648", 2000},
-                    BitrateText{"BeyondEveryInteger", "99999999999999999999999", 2000}),
+                    BitrateText{"LargestInt", "2147483647", INT_MAX}),
     [](const auto& row) { return std::string(row.param.name); });
+
+TEST_F(Folder, ABitrateBeyondIntIsTakenForAnother)
+{
+    SysManager manager;
+    (manager.*exposed(Record{})).core.cfg.path = folder_;
+    for (const char* text : {"2147483648", "99999999999999999999999"}) {
+        write("config/bitrate", text);
+        EXPECT_THROW((manager.*exposed(ReadBitrate{}))(), std::out_of_range) << text;
+    }
+}
 
 TEST_F(Folder, AMissingBitrateFileLeavesAnotherBitrateThanTheDefault)
 {
