@@ -4,151 +4,107 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/measuring.sh
 
+readonly every=(faults faults-asan kills power-cuts interrupts interrupts-asan interrupts-tsan threads bad-input fuzz soak)
+
 usage() {
-    cat <<'END'
-usage: reliability.sh [--short] [--print] [--keep]
+    cat <<END
+usage: ${0##*/} [--short] [--print] [PART...]
+  PART     one of ${every[*]} (default: all)
   --short  a share of each, some ten minutes, instead of all of it, some hours
   --print  show the table instead of writing it into docs/reliability.md
-  --keep   make the table from what the last call's runs said, which is in build/reliability
+
+What a part said stays in build/reliability; the table has the last run of each.
 END
 }
 
+parts=()
 short=
 print=
-keep=
 while (($# > 0)); do
     case $1 in
         --help) usage; exit 0 ;;
-        --short | --print | --keep) declare "${1#--}=yes" ;;
-        *) echo "${0##*/}: '$1' is not an option; see --help" >&2; exit 2 ;;
+        --short | --print) declare "${1#--}=yes" ;;
+        *)
+            [[ " ${every[*]} " == *" $1 "* ]] || { echo "${0##*/}: '$1' is no part; see --help" >&2; exit 2; }
+            parts+=("$1")
+            ;;
     esac
     shift
 done
+((${#parts[@]} > 0)) || parts=("${every[@]}")
+readonly parts short print
 
 readonly said=build/reliability
 readonly into=docs/reliability.md
-readonly bin=build/release/bin
-if [[ -z $short ]]; then
-    export VELCAM_LONG=1
-fi
 command -v python3 >/dev/null || { echo "${0##*/}: install the package python3" >&2; exit 1; }
 
+# tests PRESET PROGRAM FILTER: the tests of a preset, that many at once as keep the processors busy.
+tests() {
+    local shards=$(($(nproc) + 1)) number pids=() status=0
+    local runner=()
+    [[ $1 != tsan ]] || runner=(setarch "$(uname -m)" -R) # its memory map does not bear a widely randomised address space
+    for ((number = 0; number < shards; ++number)); do
+        GTEST_TOTAL_SHARDS=$shards GTEST_SHARD_INDEX=$number "${runner[@]}" "build/$1/bin/$2" --gtest_filter="$3" \
+            >"$said/shard.$number" 2>&1 &
+        pids+=($!)
+    done
+    for pid in "${pids[@]}"; do
+        wait "$pid" || status=1
+    done
+    cat "$said"/shard.*
+    rm "$said"/shard.*
+    return $status
+}
+
+# amount SHORT LONG
+amount() { [[ -n $short ]] && echo "$1" || echo "$2"; }
+
+readonly interrupts='Endings.AnInterrupt*'
+readonly threads='AThread.*'
+
+part_faults() { tests release fault_tests '*'; }
+part_faults-asan() { VELCAM_LONG='' VELCAM_FAULT_SHARE=$(amount 240 8) tests asan fault_tests 'On/EveryCall.*'; }
+part_kills() { tests release survival_tests '*Kill*'; }
+part_power-cuts() { tests release survival_tests '*PowerCut*'; }
+part_interrupts() { tests release system_tests "$interrupts"; }
+part_interrupts-asan() { tests asan system_tests "$interrupts"; }
+part_interrupts-tsan() { tests tsan system_tests "$interrupts"; }
+part_threads() { tests release unit_tests "$threads" && tests asan unit_tests "$threads" && tests tsan unit_tests "$threads"; }
+part_bad-input() { build/release/bin/system_tests --gtest_filter='BadInput.*:WallClock.*'; } # one of them is paced
+part_fuzz() { scripts/fuzz.sh "$(amount 70 1800)"; }
+part_soak() { scripts/soak.sh "$(amount 40 --day)"; }
+
+build_for() {
+    case $1 in
+        *-asan | *-tsan) scripts/build.sh "${1##*-}" ;;
+        threads) scripts/build.sh asan && scripts/build.sh tsan ;;
+    esac
+}
+
 failed=()
-# run NAME COMMAND...: what it says goes to a file of that name; one that fails is named at the end.
+# What a part says goes to a file of its name, behind a line about the run; one that fails is named at the end.
 run() {
-    local name=$1 began=$SECONDS
-    shift
-    echo "$name ..."
-    if ! "$@" >"$said/$name" 2>&1; then
-        failed+=("$name")
+    local part=$1 began=$SECONDS verdict=passed
+    echo "$part ..."
+    if ! "part_$part" >"$said/$part.now" 2>&1; then
+        failed+=("$part")
+        verdict=failed
     fi
-    echo "$name: $((SECONDS - began)) s"
+    { echo "PART $(date -u +%F) ${short:-no} $((SECONDS - began)) $verdict"; cat "$said/$part.now"; } >"$said/$part"
+    rm "$said/$part.now"
+    echo "$part: $verdict, $((SECONDS - began)) s"
 }
 
-run_all() {
-    rm -rf "$said"
-    mkdir -p "$said"
-    scripts/install-deps.sh
-    scripts/build.sh release
-    echo "${short:+short }$(date -u +%F)" >"$said/when"
-    run faults "$bin/fault_tests"
-    run kills "$bin/survival_tests" --gtest_filter='*Kill*'
-    run power-cuts "$bin/survival_tests" --gtest_filter='*PowerCut*'
-    run interrupts "$bin/system_tests" --gtest_filter='Endings.AnInterrupt*'
-    run bad-input "$bin/system_tests" --gtest_filter='BadInput.*:WallClock.*'
-    if [[ -n $short ]]; then
-        run fuzz scripts/fuzz.sh 70
-        run soak scripts/soak.sh 40
-    else
-        run fuzz scripts/fuzz.sh 1800
-        run soak scripts/soak.sh --day
-    fi
-}
+[[ -n $short ]] || export VELCAM_LONG=1
+mkdir -p "$said"
+scripts/install-deps.sh
+scripts/build.sh release
+for part in "${parts[@]}"; do
+    build_for "$part"
+    run "$part"
+done
 
-# The runs' lines for machines, as rows of a table.
-table() {
-    python3 - "$said" <<'END'
-import collections, json, pathlib, re, sys
-
-said = pathlib.Path(sys.argv[1])
-
-def text(name):
-    path = said / name
-    return path.read_text(errors="replace") if path.exists() else ""
-
-def lines(name, start):
-    return [line[len(start):] for line in text(name).splitlines() if line.startswith(start)]
-
-def verdict(name):
-    broken = len(set(re.findall(r"^\[  FAILED  \] ([\w./]+)", text(name), re.M)))
-    return f"**{broken} tests failed**" if broken else None
-
-def number(value):
-    return f"{value:,}".replace(",", " ")
-
-rows = []
-tried, outcomes = 0, collections.Counter()
-for line in lines("faults", "FAULTS "):
-    summary = json.loads(line)
-    tried += summary["tried"]
-    outcomes.update(summary["outcomes"])
-if tried:
-    defects = outcomes.pop("defect", 0)
-    ways = ", ".join(f"{name}: {number(count)}" for name, count in sorted(outcomes.items()))
-    rows.append(("device calls and system calls failing", f"{number(tried)} faults ({ways})",
-                 f"**{defects} defects**" if defects else verdict("faults") or "what the table of outcomes below says, no more"))
-
-def survival(name, kind):
-    figures = collections.Counter()
-    cases = collections.Counter()
-    oldest = 0
-    for line in lines(name, '{"survival":"' + kind + '",'):
-        row = json.loads('{"survival":"' + kind + '",' + line)
-        names = list(row)
-        cases[names[1]] += row[names[1]]
-        oldest = max(oldest, row.get("oldestAtRiskMs", 0))
-        for key in names[2:]:
-            if key != "oldestAtRiskMs":
-                figures[key] += row[key]
-    return cases, figures, oldest
-
-cases, figures, _ = survival("kills", "kill")
-if cases:
-    what = ", ".join(f"{case}: {number(count)}" for case, count in cases.items())
-    rows.append(("killed (SIGKILL), then continued by the next run", f"{number(sum(cases.values()))} instants ({what})",
-                 verdict("kills") or f"{figures['missing']} of {number(figures['chunks'])} frames that were wholly written; "
-                 f"{number(figures['tears'])} frames were torn while being written"))
-cases, _, oldest = survival("power-cuts", "powerCut")
-if cases:
-    what = ", ".join(f"{case}: {number(count)}" for case, count in cases.items())
-    rows.append(("power cut, unsynchronised writes dropped or reordered", f"{number(sum(cases.values()))} cuts ({what})",
-                 verdict("power-cuts") or f"nothing older than {oldest / 1000:.2f} s"))
-for line in re.findall(r"^(\d+) runs, (\d+) of them interrupted before", text("interrupts"), re.M):
-    rows.append(("interrupted (SIGINT) at random instants", f"{line[0]} runs", verdict("interrupts") or "nothing"))
-for packets in re.findall(r"^.*?(\d+) packets.*$", text("bad-input"), re.M)[:1]:
-    rows.append(("flood of packets beside a recording", f"{number(int(packets))} packets", verdict("bad-input") or "no frame"))
-inputs = re.findall(r"^(\w+): (\d+) inputs", text("fuzz"), re.M)
-if inputs:
-    broken = re.findall(r"^(\w+): BROKEN", text("fuzz"), re.M)
-    rows.append(("inputs fuzzed, coverage-guided", f"{number(sum(int(count) for _, count in inputs))} inputs, {len(inputs)} targets",
-                 f"**broken: {', '.join(broken)}**" if broken else "nothing"))
-soak = re.search(r"^soak: verdict=(\w+) seconds=(\d+) frames=(\d+) video_s=(\d+) rotations=(\d+) rss_kb=(\d+)-(\d+) fds=(\d+)-(\d+) "
-                 r"threads=(\d+)-(\d+) files=(\d+)", text("soak"), re.M)
-if soak:
-    value = soak.groups()
-    rows.append(("long run with rotations", f"{int(value[3]) / 3600:.1f} h of video, {value[4]} rotations",
-                 f"{'nothing' if value[0] == 'ok' else '**' + value[0] + '**'}; memory {value[5]} to {value[6]} kB, "
-                 f"{value[7]} to {value[8]} descriptors, {value[10]} threads, at most {value[11]} files"))
-
-print(f"From {text('when').strip() or 'an unknown day'}.\n")
-print("| what | tried | lost |\n|---|---|---|")
-for row in rows:
-    print("| " + " | ".join(row) + " |")
-END
-}
-
-[[ -n $keep ]] || run_all
-table >"$said/table.md"
+python3 scripts/reliability_table.py "$said" >"$said/table.md"
 if [[ -n $print ]]; then
     cat "$said/table.md"
 else
