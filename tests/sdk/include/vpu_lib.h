@@ -12,7 +12,12 @@ typedef unsigned char Uint8;
 typedef unsigned long Uint32;
 typedef Uint32 PhysicalAddress;
 
-typedef enum { RETCODE_FRAME_NOT_COMPLETE = -6, RETCODE_FAILURE = -1, RETCODE_SUCCESS = 0 } RetCode;
+typedef enum {
+    RETCODE_NOT_INITIALIZED = -13,
+    RETCODE_FRAME_NOT_COMPLETE = -6,
+    RETCODE_FAILURE = -1,
+    RETCODE_SUCCESS = 0
+} RetCode;
 typedef enum { STD_MPEG4, STD_H263, STD_AVC } CodStd;
 enum { LINEAR_FRAME_MAP, TILED_FRAME_MB_RASTER_MAP, TILED_FIELD_MB_RASTER_MAP };
 typedef enum { ENC_PUT_AVC_HEADER = 40, ENC_SET_INTRA_REFRESH_MODE = 70 } CodecCommand;
