@@ -2,7 +2,7 @@
 
 #include <fstream>
 #include <map>
-#include <sstream>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -11,51 +11,43 @@
 
 namespace {
 
+constexpr VideoWriter::VIDEO_FORMAT kFormat{30, 10'000'000, 1440, 990, VideoWriter::H264};
+
 struct Row {
     size_t offset, size;
     std::string field, value;
 };
 
-std::string trimmed(const std::string& cell)
-{
-    const size_t first = cell.find_first_not_of(' ');
-    const size_t last = cell.find_last_not_of(' ');
-    return first == std::string::npos ? std::string() : cell.substr(first, last - first + 1);
-}
-
 /// The rows of the document's table of the header.
 std::vector<Row> documentedHeader()
 {
+    const std::regex form(R"(\| *(\d+) *\| *(\d+) *\| *(.*?) *\| *(.*?) *\|)");
     std::ifstream document(RECORDING_FORMAT_DOCUMENT);
     std::vector<Row> rows;
     bool inTable = false;
-    for (std::string line; std::getline(document, line);) {
+    for (std::string line; std::getline(document, line) && !(inTable && line.find("## ") == 0);) {
         inTable = inTable || line.find("<!-- header table") == 0;
-        if (inTable && line.find("## ") == 0) {
-            break;
+        std::smatch cells;
+        if (inTable && std::regex_match(line, cells, form)) {
+            rows.push_back({std::stoul(cells[1]), std::stoul(cells[2]), cells[3], cells[4]});
         }
-        if (!inTable || line.empty() || line[0] != '|' ||
-            line.find_first_of("0123456789") == std::string::npos) {
-            continue;
-        }
-        std::istringstream cells(line.substr(1));
-        std::string cell[4];
-        for (std::string& text : cell) {
-            std::getline(cells, text, '|');
-            text = trimmed(text);
-        }
-        rows.push_back({std::stoul(cell[0]), std::stoul(cell[1]), cell[2], cell[3]});
     }
     return rows;
 }
 
-std::string documentedBytes(const Row& row, const std::map<std::string, uint32_t>& parameters)
+std::string documentedBytes(const Row& row)
 {
+    static const std::map<std::string, uint32_t> kParameters{
+        {"fps", kFormat.fps},
+        {"maxBps", kFormat.maxBps},
+        {"width", kFormat.width},
+        {"height", kFormat.height},
+        {"width*height", kFormat.width * kFormat.height}};
     if (row.value.front() == '"') {
         return row.value.substr(1, row.value.size() - 2);
     }
-    const auto parameter = parameters.find(row.value);
-    uint64_t number = parameter != parameters.end() ? parameter->second : std::stoul(row.value);
+    const auto parameter = kParameters.find(row.value);
+    uint64_t number = parameter != kParameters.end() ? parameter->second : std::stoul(row.value);
     std::string bytes(row.size, '\0');
     for (size_t i = 0; i < bytes.size() && number != 0; ++i) {
         bytes[i] = static_cast<char>(number % 256);
@@ -66,31 +58,17 @@ std::string documentedBytes(const Row& row, const std::map<std::string, uint32_t
 
 TEST(RecordingFormat, TheDocumentDescribesAnotherHeaderThanIsWritten)
 {
-    constexpr uint32_t kWidth = 1440;
-    constexpr uint32_t kHeight = 990;
-    VideoWriter::VIDEO_FORMAT format;
-    format.fps = 30;
-    format.maxBps = 10000000;
-    format.width = kWidth;
-    format.height = kHeight;
-    format.fmt = VideoWriter::H264;
-    const std::map<std::string, uint32_t> parameters{{"fps", format.fps},
-                                                     {"maxBps", format.maxBps},
-                                                     {"width", kWidth},
-                                                     {"height", kHeight},
-                                                     {"width*height", kWidth * kHeight}};
-
     const support::Folder folder;
     const std::string path = folder.file("cam.avi");
     AviWriter writer;
-    ASSERT_TRUE(writer.start(path, format));
+    ASSERT_TRUE(writer.start(path, kFormat));
     writer.stop();
     const std::string written = support::readFile(path);
 
     size_t next = 0;
     for (const Row& row : documentedHeader()) {
         EXPECT_EQ(row.offset, next) << row.field;
-        EXPECT_EQ(written.substr(row.offset, row.size), documentedBytes(row, parameters))
+        EXPECT_EQ(written.substr(row.offset, row.size), documentedBytes(row))
             << row.field << " at " << row.offset;
         next = row.offset + row.size;
     }

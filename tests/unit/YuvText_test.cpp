@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "AllocationCount.h"
 #include "Folder.h"
 
 namespace {
@@ -111,22 +110,31 @@ protected:
     Reference reference_;
 };
 
-TEST(YuvText, TheYearsEndOrAnotherZoneIsShownWrong)
+TEST(YuvText, TheYearsEndOrAnotherZoneOrLengthIsShownWrong)
 {
     struct Case {
         const char* zone;
         time_t now;
+        size_t capacity;
         const char* text;
     };
-    constexpr Case kCases[] = {
-        {"UTC", 1798761599, "12/31/26 23:59:59"},    {"UTC", 1798761600, "01/01/27 00:00:00"},
-        {"XYZ-02", 1798761599, "01/01/27 01:59:59"}, {"XYZ+02", 1798761600, "12/31/26 22:00:00"},
-        {"UTC", 1835395200, "02/29/28 00:00:00"},    {"UTC", 0, "01/01/70 00:00:00"},
-        {"UTC", 2147483647, "01/19/38 03:14:07"}};
-    for (const Case& one : kCases) {
+    constexpr const char* kNoTime = "--/--/---- --:--:--";
+    const Case cases[] = {
+        {"UTC", 1798761599, 20, "12/31/26 23:59:59"},
+        {"UTC", 1798761600, 18, "01/01/27 00:00:00"},
+        {"UTC", 1798761600, 17, kNoTime},
+        {"UTC", 1798761600, 0, kNoTime},
+        {"XYZ-02", 1798761599, 20, "01/01/27 01:59:59"},
+        {"XYZ+02", 1798761600, 20, "12/31/26 22:00:00"},
+        {"UTC", 1835395200, 20, "02/29/28 00:00:00"},
+        {"UTC", 0, 20, "01/01/70 00:00:00"},
+        {"UTC", 2147483647, 20, "01/19/38 03:14:07"},
+        {"UTC", std::numeric_limits<time_t>::max(), 20, sizeof(time_t) > 4 ? kNoTime : "01/19/38 03:14:07"},
+    };
+    for (const Case& one : cases) {
         ::setenv("TZ", one.zone, 1);
         ::tzset();
-        EXPECT_EQ(Text::clock(20, one.now), one.text) << one.zone;
+        EXPECT_EQ(Text::clock(one.capacity, one.now), one.text) << one.zone;
     }
     ::unsetenv("TZ");
     ::tzset();
@@ -152,79 +160,29 @@ TEST(YuvText, AFontThatCannotBeLoadedIsDrawnWith)
     EXPECT_TRUE(yuv.draw(picture.text));
 }
 
-TEST_F(Clock, InitComputesAnotherBand)
+TEST_F(Clock, APixelDiffersFromTheFontsOrTouchesTheRestOrASmallPictureIsOverrun)
 {
-    Picture picture(1440, 960, YuvText::CLOCKOVERLAY);
-    yuv_.init(picture.text);
-    EXPECT_EQ(picture.text.area.width, 500U);
-    EXPECT_EQ(picture.text.area.height, kSize);
-    EXPECT_EQ(picture.text.dest.uvStart, 1440U * 960U);
-}
-
-TEST_F(Clock, APixelDiffersFromTheFontsOrTouchesTheRest)
-{
+    // Width, height, characters: pictures too small for the text, fewer characters than the time has, more
+    // than the text holds.
+    constexpr unsigned int kCases[][3] = {{1440, 64, 20}, {100, 64, 20},  {1, 64, 20},     {2, 64, 20},
+                                          {3, 64, 20},    {400, 26, 20},  {400, 17, 20},   {400, 9, 20},
+                                          {400, 1, 20},   {40, 40, 20},   {1440, 64, 0},   {1440, 64, 5},
+                                          {1440, 64, 17}, {1440, 64, 18}, {1440, 64, 1000}};
     for (const auto type : {YuvText::CLOCKOVERLAY, YuvText::TEXT}) {
-        Picture picture(1440, 64, type);
-        yuv_.init(picture.text);
-        const Picture before = picture;
-        const std::string clock = draw(picture);
-        Picture copy = before;
-        copy.text.dest.buffer = copy.bytes.data();
-        EXPECT_TRUE(picture.bytes == reference_.draw(copy, type == YuvText::TEXT ? "-" : clock)) << clock;
-        EXPECT_NE(std::max_element(picture.bytes.begin(), picture.bytes.end())[0], 0);
+        for (const auto& [width, height, characters] : kCases) {
+            Picture picture(width, height, type, characters);
+            yuv_.init(picture.text);
+            EXPECT_EQ(picture.text.dest.uvStart, width * height);
+            EXPECT_EQ(picture.text.area.width, characters * kSize);
+            const Picture before = picture;
+            const std::string clock = draw(picture);
+            EXPECT_EQ(clock.substr(0, 2) == "--", characters > 0 && characters < 18);
+            const std::string text =
+                type == YuvText::TEXT ? std::string("-", std::min(characters, 1U)) : clock;
+            EXPECT_TRUE(picture.bytes == reference_.draw(before, text))
+                << width << " by " << height << ", " << characters << " characters";
+        }
     }
-}
-
-TEST_F(Clock, PicturesTooSmallForTheTextAreOverrun)
-{
-    const unsigned int sizes[][2] = {{100, 64}, {1, 64},  {2, 64},  {3, 64}, {400, 26},
-                                     {400, 17}, {400, 9}, {400, 1}, {40, 40}};
-    for (const auto& size : sizes) {
-        Picture picture(size[0], size[1], YuvText::CLOCKOVERLAY);
-        yuv_.init(picture.text);
-        const Picture before = picture;
-        const std::string clock = draw(picture);
-        EXPECT_TRUE(picture.bytes == reference_.draw(before, clock)) << size[0] << " by " << size[1];
-    }
-}
-
-TEST_F(Clock, MoreCharactersAreDrawnThanTheTextHolds)
-{
-    for (const unsigned int characters : {0U, 5U, 17U, 18U, 1000U}) {
-        Picture picture(1440, 64, YuvText::CLOCKOVERLAY, characters);
-        yuv_.init(picture.text);
-        const Picture before = picture;
-        const std::string clock = draw(picture);
-        EXPECT_EQ(clock.substr(0, 2) == "--", characters > 0 && characters < 18) << "the time does not fit";
-        EXPECT_TRUE(picture.bytes == reference_.draw(before, clock)) << characters;
-    }
-}
-
-TEST_F(Clock, ARedrawAllocates)
-{
-    Picture picture(1440, 64, YuvText::CLOCKOVERLAY);
-    yuv_.init(picture.text);
-    const unsigned long before = unit::allocations();
-    const bool drawn = yuv_.draw(picture.text);
-    EXPECT_EQ(unit::allocations(), before);
-    EXPECT_TRUE(drawn);
-}
-
-TEST(YuvText, TheClockShowsAnotherTimeThanTheLocalOne)
-{
-    ASSERT_EQ(::setenv("TZ", "XYZ+01:00", 1), 0);
-    ::tzset();
-    constexpr time_t kNewYear = 1'767'225'599 + 3600;  // 2025-12-31 23:59:59 one hour west of Greenwich
-    EXPECT_EQ(Text::clock(20, kNewYear), "12/31/25 23:59:59");
-    EXPECT_EQ(Text::clock(18, kNewYear), "12/31/25 23:59:59");
-    EXPECT_EQ(Text::clock(17, kNewYear), "--/--/---- --:--:--");
-    EXPECT_EQ(Text::clock(0, kNewYear), "--/--/---- --:--:--");
-    if (sizeof(time_t) > 4) {
-        EXPECT_EQ(Text::clock(20, std::numeric_limits<time_t>::max()), "--/--/---- --:--:--")
-            << "a year beyond int";
-    }
-    ::unsetenv("TZ");
-    ::tzset();
 }
 
 /// A bitmap of the test's own: each pixel holds its line and column, each line ends in filler.
@@ -256,14 +214,6 @@ TEST_F(Clock, LinesOfAPaddedBitmapSlant)
         }
     }
     EXPECT_TRUE(picture.bytes == expected.bytes);
-}
-
-TEST_F(Clock, ASpaceDrawsOrMovesWrong)
-{
-    Picture picture(40, 40, YuvText::TEXT);
-    const Picture before = picture;
-    EXPECT_EQ(yuv_.glyph_to_outbuff(picture.text, Glyph(0, 5, 0).bitmap, 7), 7 + kSize);
-    EXPECT_TRUE(picture.bytes == before.bytes);
 }
 
 TEST_F(Clock, AnOddGlyphLeavesThePicture)
