@@ -1,17 +1,18 @@
 #include "types/AThread.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <semaphore.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Stdout.h"
 #include "Wait.h"
@@ -19,25 +20,40 @@
 
 namespace {
 
-/// Sets a flag when it goes, also when a cancelled thread is unwound.
-class Trace {
-public:
-    explicit Trace(std::atomic<bool>& gone) : gone_(gone) {}
-    ~Trace() { gone_ = true; }
-    Trace(const Trace&) = delete;
-    Trace& operator=(const Trace&) = delete;
+using support::waitUntil;
 
-private:
-    std::atomic<bool>& gone_;
+/// Does something when its scope is left, also when a cancelled thread is unwound.
+struct AtEnd {
+    explicit AtEnd(std::function<void()> what) : what_(std::move(what)) {}
+    ~AtEnd() { what_(); }
+    AtEnd(const AtEnd&) = delete;
+    AtEnd& operator=(const AtEnd&) = delete;
+    const std::function<void()> what_;
 };
 
+/// A thread with a body of the test's, which notes its coming and its going.
 class Worker : public AThread {
 public:
     using AThread::reap;
     using AThread::threadId;
+    using Body = std::function<void(const Worker&)>;
 
+    explicit Worker(Body body) : body_(std::move(body)) {}
     ~Worker() override { reap(); }
 
+    void run() override
+    {
+        const AtEnd trace([this] { *unwound = true; });
+        id = ::syscall(SYS_gettid);
+        ++entered;
+        body_(*this);
+    }
+
+    bool startAndAwait()
+    {
+        start();
+        return waitUntil([&] { return entered == 1; });
+    }
     bool collected() const { return _thread == pthread_t{}; }
     bool halted() const { return haltThread; }
 
@@ -49,131 +65,63 @@ public:
 
     std::atomic<int> entered{0};
     std::atomic<long> id{0};
-    std::atomic<bool> unwound{false};
+    /// Outlives the worker.
+    const std::shared_ptr<std::atomic<bool>> unwound = std::make_shared<std::atomic<bool>>(false);
 
-protected:
-    void enter()
-    {
-        id = ::syscall(SYS_gettid);
-        ++entered;
-    }
+private:
+    const Body body_;
 };
 
-class Polling : public Worker {
-public:
-    ~Polling() override { reap(); }
-
-    void run() override
-    {
-        enter();
-        while (!haltThread) {
-            sched_yield();
-        }
-    }
-};
-
-class Blocking : public Worker {
-public:
-    ~Blocking() override { reap(); }
-
-    void run() override
-    {
-        const Trace trace(unwound);
-        enter();
-        for (;;) {
-            ::pause();
-        }
-    }
-};
-
-/// Works behind a shield, and blocks in a window once the test lets it.
-class Shielded : public Worker {
-public:
-    ~Shielded() override
-    {
-        sem_post(&go);
-        reap();
-        sem_destroy(&go);
-    }
-
-    void run() override
-    {
-        const Trace trace(unwound);
-        const CancelShield shield;
-        enter();
-        while (sem_wait(&go) != 0) {
-        }
-        ::close(::open("/dev/null", O_RDONLY | O_CLOEXEC));  // would end an unshielded body
-        workDone = true;
-        {
-            const CancelWindow window;
-            ::pause();
-        }
-        passedWindow = true;
-    }
-
-    sem_t go = [] {
-        sem_t made;
-        sem_init(&made, 0, 0);
-        return made;
-    }();
-    std::atomic<bool> workDone{false};
-    std::atomic<bool> passedWindow{false};
-};
-
-TEST(AThread, StopOfAThreadThatNeverRanPrintsOrCancels)
+void poll(const Worker& worker)
 {
-    Polling worker;
+    while (!worker.halted()) {
+        sched_yield();
+    }
+}
+
+void block(const Worker& /*worker*/)
+{
+    for (;;) {
+        ::pause();
+    }
+}
+
+/// Opens a window in each round of its work, as the daemon's bodies do.
+void work(const Worker& worker)
+{
+    const CancelShield shield;
+    while (!worker.halted()) {
+        const std::string text(40, 'w');  // more than a string holds without memory of its own
+        const CancelWindow window;
+        ::usleep(50);
+    }
+}
+
+TEST(AThread, HaltDoesNotReachTheBodyOrStopLeavesAFinishedThreadUncollected)
+{
+    Worker worker(poll);
+    worker.threadId = "SystemManager";
     const unit::Stdout output;
     worker.stop();
-    EXPECT_EQ(output.text(), "");
-    EXPECT_FALSE(worker.isInit());
-}
-
-TEST(AThread, SecondStartMakesASecondThread)
-{
-    Blocking worker;
-    worker.start();
-    ASSERT_TRUE(support::waitUntil([&] { return worker.entered == 1; }));
-    const long first = worker.id;
-    worker.start();
-    EXPECT_TRUE(worker.isInit());
-    worker.stop();
-    worker.reap();
-    EXPECT_EQ(worker.entered, 1);
-    EXPECT_EQ(worker.id, first);
-}
-
-TEST(AThread, HaltDoesNotReachTheBody)
-{
-    Polling worker;
-    worker.start();
-    ASSERT_TRUE(support::waitUntil([&] { return worker.entered == 1; }));
+    EXPECT_EQ(output.text(), "") << "nothing runs yet";
+    ASSERT_TRUE(worker.startAndAwait());
     EXPECT_FALSE(worker.halted());
     worker.sendHalt();
-    EXPECT_TRUE(support::waitUntil([&] { return worker.leftProcess(); }));
+    ASSERT_TRUE(waitUntil([&] { return worker.leftProcess(); }));
     EXPECT_TRUE(worker.isInit()) << "only stop() ends that";
-}
-
-TEST(AThread, StopLeavesAFinishedThreadUncollected)
-{
-    Polling worker;
-    worker.threadId = "SystemManager";
-    worker.start();
-    worker.sendHalt();
-    ASSERT_TRUE(support::waitUntil([&] { return worker.leftProcess(); }));
-    const unit::Stdout output;
     worker.stop();
     EXPECT_EQ(output.text(), "Stopping Thread: SystemManager\n");
     EXPECT_TRUE(worker.collected());
     EXPECT_FALSE(worker.isInit());
 }
 
-TEST(AThread, StopDoesNotCancelABlockedBody)
+TEST(AThread, ASecondStartMakesAThreadOrStopLeavesABlockedOne)
 {
-    Blocking worker;
+    Worker worker(block);
+    ASSERT_TRUE(worker.startAndAwait());
+    const long first = worker.id;
     worker.start();
-    ASSERT_TRUE(support::waitUntil([&] { return worker.entered == 1; }));
+    EXPECT_TRUE(worker.isInit());
     {
         const unit::Stdout output;
         worker.stop();
@@ -181,95 +129,68 @@ TEST(AThread, StopDoesNotCancelABlockedBody)
     }
     EXPECT_FALSE(worker.isInit());
     EXPECT_FALSE(worker.halted()) << "stop() cancels, it does not halt";
-    EXPECT_TRUE(support::waitUntil([&] { return worker.unwound.load(); }));
+    EXPECT_TRUE(waitUntil([&] { return worker.unwound->load(); }));
+    EXPECT_EQ(worker.entered, 1);
+    EXPECT_EQ(worker.id, first);
 }
 
-TEST(AThread, StopWaitsForABodyThatCannotBeCancelledYet)
+TEST(CancelWindow, ACancelActsBehindTheShieldOrIsWaitedForOrGetsLost)
 {
-    Shielded worker;
-    worker.start();
-    ASSERT_TRUE(support::waitUntil([&] { return worker.entered == 1; }));
+    std::atomic<bool> go{false};
+    std::atomic<bool> workDone{false};
+    std::atomic<bool> passedWindow{false};
+    Worker worker([&](const Worker& /*worker*/) {
+        const CancelShield shield;
+        while (!go) {
+            ::usleep(50);  // where an unshielded body would be cancelled
+        }
+        workDone = true;
+        {
+            const CancelWindow window;
+            ::pause();
+        }
+        passedWindow = true;
+    });
+    EXPECT_TRUE(worker.startAndAwait());
     worker.stop();  // returns although the body waits for the test
     EXPECT_FALSE(worker.isInit());
-    EXPECT_FALSE(worker.unwound);
-}
-
-TEST(CancelWindow, ACancelActsBehindTheShieldOrGetsLost)
-{
-    Shielded worker;
-    worker.start();
-    ASSERT_TRUE(support::waitUntil([&] { return worker.entered == 1; }));
-    worker.stop();
-    sem_post(&worker.go);
+    EXPECT_FALSE(*worker.unwound);
+    go = true;
     worker.reap();
-    EXPECT_TRUE(worker.workDone);
-    EXPECT_TRUE(worker.unwound);
-    EXPECT_FALSE(worker.passedWindow);
+    EXPECT_TRUE(workDone);
+    EXPECT_TRUE(*worker.unwound);
+    EXPECT_FALSE(passedWindow);
 }
 
 TEST(CancelWindow, LeavesAnotherStateThanItFound)
 {
-    int state = -1;
+    std::vector<int> states(3, -1);
     {
         const CancelShield shield;
         {
             const CancelWindow window;
-            pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
-            EXPECT_EQ(state, PTHREAD_CANCEL_ENABLE);
+            pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &states[0]);
         }
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
-        EXPECT_EQ(state, PTHREAD_CANCEL_DISABLE);
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &states[1]);
     }
-    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
-    EXPECT_EQ(state, PTHREAD_CANCEL_ENABLE);
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &states[2]);
+    EXPECT_EQ(states,
+              (std::vector<int>{PTHREAD_CANCEL_ENABLE, PTHREAD_CANCEL_DISABLE, PTHREAD_CANCEL_ENABLE}));
 }
 
 TEST(AThread, AThreadOutlivesAnObjectThatReaps)
 {
-    auto polling = std::make_unique<Polling>();
+    auto polling = std::make_unique<Worker>(poll);
     polling->start();
     polling.reset();  // never returns if the body is neither halted nor cancelled
 
-    std::atomic<bool> unwound{false};
-    class Named : public Worker {
-    public:
-        explicit Named(std::atomic<bool>& gone) : gone_(gone) {}
-        ~Named() override { reap(); }
-        void run() override
-        {
-            const Trace trace(gone_);
-            enter();
-            ::pause();
-        }
-
-    private:
-        std::atomic<bool>& gone_;
-    };
-    auto blocking = std::make_unique<Named>(unwound);
-    blocking->start();
-    ASSERT_TRUE(support::waitUntil([&] { return blocking->entered == 1; }));
+    auto blocking = std::make_unique<Worker>(block);
+    ASSERT_TRUE(blocking->startAndAwait());
+    const auto unwound = blocking->unwound;
     blocking->stop();
     blocking.reset();
-    EXPECT_TRUE(unwound) << "cancelled before, and not waited for";
+    EXPECT_TRUE(*unwound) << "cancelled before, and not waited for";
 }
-
-/// Opens a window in each round of its work, as the daemon's bodies do.
-class Working : public Worker {
-public:
-    ~Working() override { reap(); }
-
-    void run() override
-    {
-        const Trace trace(unwound);
-        const CancelShield shield;
-        enter();
-        while (!haltThread) {
-            const std::string work(40, 'w');  // more than a string holds without memory of its own
-            const CancelWindow window;
-            ::usleep(50);
-        }
-    }
-};
 
 bool isLong()
 {
@@ -281,114 +202,69 @@ TEST(AThread, AnOrderOfHaltStopAndEndHangsOrLeavesTheThread)
 {
     const int cycles = isLong() ? 20'000 : 1'000;
     constexpr unsigned kLongest = 150;  // us: bodies are met before, in and after their work
+    const Worker::Body bodies[] = {poll, block, work};
     std::minstd_rand random(3);
     const unit::Stdout output;
     for (int cycle = 0; cycle < cycles; ++cycle) {
-        std::unique_ptr<Worker> worker;
-        switch (cycle % 3) {
-            case 0:
-                worker = std::make_unique<Polling>();
-                break;
-            case 1:
-                worker = std::make_unique<Blocking>();
-                break;
-            default:
-                worker = std::make_unique<Working>();
-        }
-        worker->start();
-        ASSERT_TRUE(worker->isInit()) << "cycle " << cycle;
+        Worker worker(bodies[cycle % 3]);
+        worker.start();
+        ASSERT_TRUE(worker.isInit()) << "cycle " << cycle;
         for (unsigned step = random() % 4; step > 0; --step) {
             ::usleep(static_cast<useconds_t>(random() % kLongest));
-            random() % 2 == 0 ? worker->sendHalt() : worker->stop();
+            random() % 2 == 0 ? worker.sendHalt() : worker.stop();
         }
         // A cancel cannot end a body that only polls.
-        worker->sendHalt();
+        worker.sendHalt();
         if (random() % 2 == 0) {
-            worker->reap();
-            EXPECT_TRUE(worker->collected());
+            worker.reap();
+            EXPECT_TRUE(worker.collected());
         }
     }
     std::fprintf(stderr, "%d threads ended\n", cycles);  // standard output is being captured
 }
 
-/// Throws behind its shield and handles that, while the test cancels it at one of three instants.
-class Throwing : public Worker {
-public:
-    enum class Instant { kBeforeTheThrow, kWhileUnwinding, kInTheHandler };
-
-    explicit Throwing(Instant instant) : instant_(instant) {}
-    ~Throwing() override { reap(); }
-
-    void run() override
-    {
-        const Trace trace(unwound);
-        const CancelShield shield;
-        enter();
-        try {
-            const Unwinding unwinding(*this);
-            meet(Instant::kBeforeTheThrow);
-            throw std::length_error("basic_string::append");
-        } catch (const std::length_error&) {
-            meet(Instant::kInTheHandler);
-            handled = true;
-        }
-        const CancelWindow window;
-        ::pause();
-    }
-
-    std::atomic<bool> waiting{false};
-    std::atomic<bool> cancelled{false};
-    std::atomic<bool> handled{false};
-
-private:
-    struct Unwinding {
-        explicit Unwinding(Throwing& body) : body_(body) {}
-        ~Unwinding() { body_.meet(Instant::kWhileUnwinding); }
-        Unwinding(const Unwinding&) = delete;
-        Unwinding& operator=(const Unwinding&) = delete;
-        Throwing& body_;
-    };
-
-    void meet(Instant instant)
-    {
-        if (instant != instant_) {
-            return;
-        }
-        waiting = true;
-        while (!cancelled) {
-            ::usleep(50);  // where an unshielded body would be cancelled
-        }
-    }
-
-    Instant instant_;
-};
-
 TEST(CancelWindow, AnExceptionAndACancelTogetherEndTheProcessOrLoseEither)
 {
-    for (const auto instant : {Throwing::Instant::kBeforeTheThrow, Throwing::Instant::kWhileUnwinding,
-                               Throwing::Instant::kInTheHandler}) {
-        Throwing worker(instant);
+    enum Instant { kBeforeTheThrow, kWhileUnwinding, kInTheHandler };
+    for (const Instant cancelledAt : {kBeforeTheThrow, kWhileUnwinding, kInTheHandler}) {
+        std::atomic<bool> waiting{false};
+        std::atomic<bool> cancelled{false};
+        std::atomic<bool> handled{false};
+        const auto meet = [&](Instant instant) {
+            waiting = waiting || instant == cancelledAt;
+            while (instant == cancelledAt && !cancelled) {
+                ::usleep(50);  // where an unshielded body would be cancelled
+            }
+        };
+        Worker worker([&](const Worker& /*worker*/) {
+            const CancelShield shield;
+            try {
+                const AtEnd unwinding([&] { meet(kWhileUnwinding); });
+                meet(kBeforeTheThrow);
+                throw std::length_error("basic_string::append");
+            } catch (const std::length_error&) {
+                meet(kInTheHandler);
+                handled = true;
+            }
+            const CancelWindow window;
+            ::pause();
+        });
         worker.start();
-        ASSERT_TRUE(support::waitUntil([&] { return worker.waiting.load(); }));
+        EXPECT_TRUE(waitUntil([&] { return waiting.load(); }));
         worker.stop();
-        worker.cancelled = true;
+        cancelled = true;
         worker.reap();
-        EXPECT_TRUE(worker.handled);
-        EXPECT_TRUE(worker.unwound);
+        EXPECT_TRUE(handled);
+        EXPECT_TRUE(*worker.unwound);
     }
 }
 
 TEST(AThread, AnExceptionThatNobodyHandlesLeavesADaemonWithoutItsThread)
 {
-    class Failing : public Worker {
-    public:
-        ~Failing() override { reap(); }
-        void run() override { throw std::length_error("basic_string::append"); }
-    };
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_DEATH(
         {
-            Failing worker;
+            Worker worker([](const Worker& /*worker*/) { throw std::length_error("basic_string::append"); });
             worker.start();
             ::pause();
         },
