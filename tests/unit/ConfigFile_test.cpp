@@ -16,69 +16,43 @@ protected:
         return support::writeFile(path, text) && config_.parse(path);
     }
 
-    std::string text(const std::string& key, std::string fallback = "absent") const
+    /// What the key sets a variable of the fallback's type to.
+    template <typename Value>
+    Value find(const std::string& key, Value fallback) const
     {
         config_.findKey(fallback, key);
         return fallback;
     }
-
-    long number(const std::string& key, long fallback = -77) const
-    {
-        config_.findKey(fallback, key);
-        return fallback;
-    }
-
-    bool flag(const std::string& key, bool fallback) const
-    {
-        config_.findKey(fallback, key);
-        return fallback;
-    }
-
-    int byte(const std::string& key, u_int8_t fallback = 77) const
-    {
-        config_.findKey(fallback, key);
-        return fallback;
-    }
+    std::string text(const std::string& key) const { return find(key, std::string("absent")); }
 
     support::Folder folder_;
     ConfigFile config_;
 };
 
-TEST_F(Config, LinesOrOtherWordsMatter)
+TEST_F(Config, LinesOrOtherWordsMatterOrAValueIsChangedOrALaterAssignmentWins)
 {
-    ASSERT_TRUE(parse("heading a=1\tb=2\r\n\v# remark c=3 d = e\nlast=end"));
+    ASSERT_TRUE(
+        parse("heading a=1\tb=2\r\n\v# remark c=3 d = e\nx=y=z\nn= a=4 q=\"z\" #dir=/x Dir=up last=end"));
     EXPECT_EQ(text("a") + text("b") + text("c") + text("last"), "123end");
     EXPECT_EQ(text(""), "") << "a lone = is the empty key";
-    EXPECT_EQ(text("d") + text("e") + text("heading"), "absentabsentabsent");
-}
-
-TEST_F(Config, AValueIsCutOrUnquoted)
-{
-    ASSERT_TRUE(parse("a=x=y b= q=\"z\" #dir=/x Dir=upper"));
-    EXPECT_EQ(text("a"), "x=y");
-    EXPECT_EQ(text("b"), "");
+    EXPECT_EQ(text("d") + text("e") + text("heading") + text("dir"), "absentabsentabsentabsent");
+    EXPECT_EQ(text("x"), "y=z");
+    EXPECT_EQ(text("n"), "");
     EXPECT_EQ(text("q"), "\"z\"");
     EXPECT_EQ(text("#dir"), "/x");
-    EXPECT_EQ(text("dir"), "absent");
-}
-
-TEST_F(Config, ALaterAssignmentWins)
-{
-    ASSERT_TRUE(parse("a=1 a=2"));
-    EXPECT_EQ(number("a"), 1);
-    ASSERT_TRUE(parse("a=3 b=4"));
-    EXPECT_EQ(number("a"), 1);
-    EXPECT_EQ(number("b"), 4);
+    ASSERT_TRUE(parse("a=3 z=4"));
+    EXPECT_EQ(text("a"), "1");
+    EXPECT_EQ(text("z"), "4");
 }
 
 TEST_F(Config, AnAbsentKeyChangesTheDefaultOrIsAdded)
 {
     ASSERT_TRUE(parse(""));
     for (int pass = 0; pass < 2; ++pass) {
-        EXPECT_TRUE(flag("k", true));
+        EXPECT_TRUE(find("k", true));
         EXPECT_EQ(text("k"), "absent");
-        EXPECT_EQ(number("k"), -77);
-        EXPECT_EQ(byte("k"), 77);
+        EXPECT_EQ(find("k", -77L), -77);
+        EXPECT_EQ(find("k", u_int8_t{77}), 77);
     }
 }
 
@@ -92,36 +66,37 @@ TEST_F(Config, AMissingFileIsParsed)
 TEST_F(Config, AnotherWordThanTheThreeIsTrue)
 {
     ASSERT_TRUE(parse("a=1 b=TRUE c=true d=True e=yes f= g=11 h=0"));
-    EXPECT_TRUE(flag("a", false) && flag("b", false) && flag("c", false));
+    EXPECT_TRUE(find("a", false) && find("b", false) && find("c", false));
     for (const char* key : {"d", "e", "f", "g", "h"}) {
-        EXPECT_FALSE(flag(key, true)) << key;
+        EXPECT_FALSE(find(key, true)) << key;
     }
 }
 
-TEST_F(Config, ANumberReadsOtherwiseThanOnTheBoard)
+TEST_F(Config, ANumberReadsOtherwiseThanOnTheBoardOrAByteIsRangeChecked)
 {
-    ASSERT_TRUE(
-        parse("a=12abc b= c=abc d=-5 e=+7 f=0x10 top=2147483648 low=-99999999999999999999 max=2147483647"));
-    EXPECT_EQ(number("a"), 12);
-    EXPECT_EQ(number("b"), 0);
-    EXPECT_EQ(number("c"), 0);
-    EXPECT_EQ(number("d"), -5);
-    EXPECT_EQ(number("e"), 7);
-    EXPECT_EQ(number("f"), 0);
-    EXPECT_EQ(number("top"), 2'147'483'647);
-    EXPECT_EQ(number("max"), 2'147'483'647);
-    EXPECT_EQ(number("low"), -2'147'483'647 - 1);
-}
-
-TEST_F(Config, AByteIsRangeChecked)
-{
-    ASSERT_TRUE(parse("a=300 b=-1 c=abc d=256 e=2 f=4294967296"));
-    EXPECT_EQ(byte("a"), 44);
-    EXPECT_EQ(byte("b"), 255);
-    EXPECT_EQ(byte("c"), 0);
-    EXPECT_EQ(byte("d"), 0);
-    EXPECT_EQ(byte("e"), 2);
-    EXPECT_EQ(byte("f"), 255) << "the conversion stops at 32 bits, and its low byte is taken then";
+    struct Case {
+        const char* text;
+        long number;
+        int byte;
+    };
+    constexpr long kHighest = 2'147'483'647;
+    const Case cases[] = {{"12abc", 12, 12},
+                          {"", 0, 0},
+                          {"abc", 0, 0},
+                          {"-5", -5, 251},
+                          {"+7", 7, 7},
+                          {"0x10", 0, 0},
+                          {"300", 300, 44},
+                          {"256", 256, 0},
+                          {"2147483647", kHighest, 255},
+                          {"4294967296", kHighest, 255},
+                          {"-99999999999999999999", -kHighest - 1, 0}};
+    for (const Case& one : cases) {
+        const std::string key = std::string("key") + one.text;
+        ASSERT_TRUE(parse(key + "=" + one.text));
+        EXPECT_EQ(find(key, -77L), one.number) << one.text;
+        EXPECT_EQ(find(key, u_int8_t{77}), one.byte) << one.text;
+    }
 }
 
 }  // namespace

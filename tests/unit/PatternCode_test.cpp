@@ -7,16 +7,12 @@
 #include <random>
 #include <vector>
 
+#include "Pictures.h"
+
 namespace {
 
 using board::PatternCode;
-
-struct Luma {
-    int width, height;
-    std::vector<uint8_t> pixels;
-
-    uint8_t at(int x, int y) const { return pixels[static_cast<size_t>(y * width + x)]; }
-};
+using support::Luma;
 
 /// A picture with nothing in it but the mark.
 Luma marked(const PatternCode::Reading& reading)
@@ -28,26 +24,30 @@ Luma marked(const PatternCode::Reading& reading)
     return picture;
 }
 
+struct Tile {
+    int x, y, width, height;
+};
+
 /// Puts `picture`, scaled by averaging, at a place in a larger grey one.
-Luma placed(const Luma& picture, int x, int y, int width, int height)
+Luma placed(const Luma& picture, const Tile& tile)
 {
     constexpr int kMargin = 64;
     constexpr uint8_t kGrey = 128;
-    Luma canvas{x + width + kMargin, y + height + kMargin, {}};
+    Luma canvas{tile.x + tile.width + kMargin, tile.y + tile.height + kMargin, {}};
     canvas.pixels.assign(static_cast<size_t>(canvas.width * canvas.height), kGrey);
-    for (int row = 0; row < height; ++row) {
-        for (int column = 0; column < width; ++column) {
-            const int left = column * picture.width / width;
-            const int top = row * picture.height / height;
-            const int right = std::max(left + 1, (column + 1) * picture.width / width);
-            const int bottom = std::max(top + 1, (row + 1) * picture.height / height);
+    for (int row = 0; row < tile.height; ++row) {
+        for (int column = 0; column < tile.width; ++column) {
+            const int left = column * picture.width / tile.width;
+            const int top = row * picture.height / tile.height;
+            const int right = std::max(left + 1, (column + 1) * picture.width / tile.width);
+            const int bottom = std::max(top + 1, (row + 1) * picture.height / tile.height);
             int sum = 0;
             for (int fromY = top; fromY < bottom; ++fromY) {
                 for (int fromX = left; fromX < right; ++fromX) {
                     sum += picture.at(fromX, fromY);
                 }
             }
-            canvas.pixels[static_cast<size_t>((y + row) * canvas.width + x + column)] =
+            canvas.pixels[static_cast<size_t>((tile.y + row) * canvas.width + tile.x + column)] =
                 static_cast<uint8_t>(sum / ((right - left) * (bottom - top)));
         }
     }
@@ -66,15 +66,20 @@ void degrade(Luma& picture)
     }
 }
 
+std::optional<PatternCode::Reading> readAt(const Luma& picture, const Tile& tile)
+{
+    return PatternCode::read(picture.pixels.data(), static_cast<size_t>(picture.width), tile.x, tile.y,
+                             tile.width, tile.height);
+}
+
 std::optional<PatternCode::Reading> readWhole(const Luma& picture)
 {
-    return PatternCode::read(picture.pixels.data(), static_cast<size_t>(picture.width), 0, 0, picture.width,
-                             picture.height);
+    return readAt(picture, {0, 0, picture.width, picture.height});
 }
 
 constexpr uint32_t kFrameSamples[] = {0, 1, 2, 3, 1023, 1024, 524287, 524288, PatternCode::kFrames - 1};
 
-TEST(PatternCode, GivesBackEveryCameraAndFrameBit)
+TEST(PatternCode, GivesBackAnotherCameraOrFrame)
 {
     for (unsigned camera = 1; camera <= PatternCode::kCameras; ++camera) {
         for (const uint32_t frame : kFrameSamples) {
@@ -82,14 +87,10 @@ TEST(PatternCode, GivesBackEveryCameraAndFrameBit)
                 << "camera " << camera << ", frame " << frame;
         }
     }
-}
-
-TEST(PatternCode, CountsFramesModuloItsRange)
-{
     EXPECT_EQ(readWhole(marked({2, PatternCode::kFrames + 7})), (PatternCode::Reading{2, 7}));
 }
 
-TEST(PatternCode, LeavesThePictureAroundItAlone)
+TEST(PatternCode, TouchesThePictureAroundIt)
 {
     const Luma picture = marked({3, 5});
     const auto first = picture.pixels.begin();
@@ -99,37 +100,26 @@ TEST(PatternCode, LeavesThePictureAroundItAlone)
     EXPECT_TRUE(std::all_of(first + PatternCode::kPictureWidth * PatternCode::kBottom, end, grey));
 }
 
-struct Tile {
-    int x, y, width, height;
-};
-
-class PatternCodeTile : public testing::TestWithParam<Tile> {};
-
-TEST_P(PatternCodeTile, IsLostByScalingContrastOrNoise)
+TEST(PatternCode, IsLostByScalingContrastOrNoise)
 {
-    const Tile tile = GetParam();
-    for (const uint32_t frame : kFrameSamples) {
-        Luma picture = placed(marked({4, frame}), tile.x, tile.y, tile.width, tile.height);
-        degrade(picture);
-        EXPECT_EQ(PatternCode::read(picture.pixels.data(), static_cast<size_t>(picture.width), tile.x, tile.y,
-                                    tile.width, tile.height),
-                  (PatternCode::Reading{4, frame}))
-            << "frame " << frame;
+    // The recording's tiles, the panel's panes and something smaller yet.
+    for (const Tile& tile :
+         {Tile{720, 510, 720, 480}, Tile{400, 117, 400, 266}, Tile{0, 0, 800, 500}, Tile{13, 7, 360, 240}}) {
+        for (const uint32_t frame : kFrameSamples) {
+            Luma picture = placed(marked({4, frame}), tile);
+            degrade(picture);
+            EXPECT_EQ(readAt(picture, tile), (PatternCode::Reading{4, frame}))
+                << "frame " << frame << ", width " << tile.width;
+        }
     }
 }
 
-// The recording's tiles, the panel's panes and something smaller yet.
-INSTANTIATE_TEST_SUITE_P(Tiles, PatternCodeTile,
-                         testing::Values(Tile{720, 510, 720, 480}, Tile{400, 117, 400, 266},
-                                         Tile{0, 0, 800, 500}, Tile{13, 7, 360, 240}));
-
 TEST(PatternCode, IsReadFromATileThatIsNotItsOwn)
 {
-    const Luma picture = placed(marked({1, 77777}), 100, 100, 720, 480);
+    const Luma picture = placed(marked({1, 77777}), {100, 100, 720, 480});
     for (const Tile& wrong : {Tile{100, 0, 720, 480}, Tile{0, 100, 720, 480}, Tile{112, 100, 720, 480},
                               Tile{100, 100, 400, 266}, Tile{0, 0, 720, 480}}) {
-        EXPECT_FALSE(PatternCode::read(picture.pixels.data(), static_cast<size_t>(picture.width), wrong.x,
-                                       wrong.y, wrong.width, wrong.height))
+        EXPECT_FALSE(readAt(picture, wrong))
             << wrong.x << "," << wrong.y << " " << wrong.width << "x" << wrong.height;
     }
 }
@@ -149,28 +139,20 @@ TEST(PatternCode, IsReadAlthoughOneCellIsTorn)
     }
 }
 
-TEST(PatternCode, IsReadFromTwoFramesBlendedIntoOne)
+TEST(PatternCode, IsReadFromBlendedFramesOrDifferencesAsSmallAsNoiseOrNothing)
 {
-    Luma blended = marked({1, 100});
+    const Luma picture = marked({1, 100});
     const Luma next = marked({1, 103});
-    std::transform(blended.pixels.begin(), blended.pixels.end(), next.pixels.begin(), blended.pixels.begin(),
-                   [](int a, int b) { return static_cast<uint8_t>((a + b) / 2); });
-    EXPECT_FALSE(readWhole(blended));
-}
-
-TEST(PatternCode, IsReadFromDifferencesAsSmallAsNoise)
-{
-    Luma faint = marked({1, 100});
-    for (uint8_t& pixel : faint.pixels) {
-        pixel = static_cast<uint8_t>(100 + pixel / 12);
+    Luma blended = picture;
+    Luma faint = picture;
+    Luma empty = picture;
+    for (size_t i = 0; i < picture.pixels.size(); ++i) {
+        blended.pixels[i] = static_cast<uint8_t>((picture.pixels[i] + next.pixels[i]) / 2);
+        faint.pixels[i] = static_cast<uint8_t>(100 + picture.pixels[i] / 12);
+        empty.pixels[i] = 16;
     }
+    EXPECT_FALSE(readWhole(blended));
     EXPECT_FALSE(readWhole(faint));
-}
-
-TEST(PatternCode, IsReadFromAnEmptyPicture)
-{
-    Luma empty = marked({1, 1});
-    std::fill(empty.pixels.begin(), empty.pixels.end(), uint8_t{16});
     EXPECT_FALSE(readWhole(empty));
 }
 
