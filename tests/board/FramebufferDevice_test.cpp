@@ -7,9 +7,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <memory>
-#include <ostream>
-#include <string>
-#include <vector>
 
 #include "drivers/mxcfb.h"
 #include "ipu/PixelFormat.h"
@@ -80,72 +77,55 @@ protected:
     std::unique_ptr<board::Device> background_, overlay_;
 };
 
-TEST_F(Framebuffers, BootsWithTheBackgroundShownAndTheOverlaySmallAndBlanked)
-{
-    fb_var_screeninfo shown{};
-    ASSERT_EQ(background_->ioctl(FBIOGET_VSCREENINFO, &shown), 0);
-    EXPECT_EQ(shown.xres, 1024U);
-    EXPECT_EQ(shown.yres, 600U);
-    EXPECT_EQ(shown.bits_per_pixel, 32U);
-    EXPECT_EQ(scratch_.state().framebuffers[0].blank, 0U);
-    EXPECT_NE(overlay().blank, 0U);
-    EXPECT_LT(fixed().smem_len, kWidth * kHeight);
-}
-
 struct FormatRow {
     uint32_t code;
     uint32_t bits, lineLength;
 };
 
-class FramebufferFormat : public Framebuffers, public ::testing::WithParamInterface<FormatRow> {};
-
-TEST_P(FramebufferFormat, DriverChoosesBitsAndLineLengthFromTheFourCharacters)
+TEST_F(Framebuffers, AFormatGetsOtherBitsOrAnotherLineLength)
 {
-    fb_var_screeninfo wanted = cameraMode();
-    wanted.nonstd = GetParam().code;
-    wanted.bits_per_pixel = 8;
-    ASSERT_EQ(put(wanted), 0);
-    EXPECT_EQ(mode().bits_per_pixel, GetParam().bits);
-    EXPECT_EQ(fixed().line_length, GetParam().lineLength);
-    EXPECT_GE(fixed().smem_len, kPages * kHeight * GetParam().lineLength);
+    for (const FormatRow& row : {FormatRow{board::kNv12, 12, 1200}, FormatRow{board::kYu12, 12, 1200},
+                                 FormatRow{board::kYuyv, 16, 1600}, FormatRow{board::kUyvy, 16, 1600},
+                                 FormatRow{board::kRgbp, 16, 1600}}) {
+        SCOPED_TRACE(row.code);
+        fb_var_screeninfo wanted = cameraMode();
+        wanted.nonstd = row.code;
+        wanted.bits_per_pixel = 8;
+        ASSERT_EQ(put(wanted), 0);
+        EXPECT_EQ(mode().bits_per_pixel, row.bits);
+        EXPECT_EQ(fixed().line_length, row.lineLength);
+        EXPECT_GE(fixed().smem_len, kPages * kHeight * row.lineLength);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, FramebufferFormat,
-                         ::testing::Values(FormatRow{board::kNv12, 12, 1200},
-                                           FormatRow{board::kYu12, 12, 1200},
-                                           FormatRow{board::kYuyv, 16, 1600},
-                                           FormatRow{board::kUyvy, 16, 1600},
-                                           FormatRow{board::kRgbp, 16, 1600}));
-
-TEST_F(Framebuffers, AddressReadBeforeALargerModeIsStale)
+TEST_F(Framebuffers, ALargerModeKeepsItsAddressOrOldPictureAndASmallerOneMoves)
 {
+    constexpr size_t kBytes = size_t{kWidth} * kHeight * kPages * 3 / 2;
+    std::fill_n(scratch_.board().framebuffer(1), kBytes, uint8_t{77});
     const unsigned long before = fixed().smem_start;
-    ASSERT_EQ(put(cameraMode()), 0);
+    openCameraOverlay();
     const unsigned long after = fixed().smem_start;
     EXPECT_NE(after, before);
     EXPECT_EQ(scratch_.memory().at(static_cast<uint32_t>(before), 1), nullptr);
-    EXPECT_NE(scratch_.memory().at(static_cast<uint32_t>(after), size_t{kWidth} * kHeight * 6), nullptr);
-}
+    EXPECT_NE(scratch_.memory().at(static_cast<uint32_t>(after), kBytes), nullptr);
+    const uint8_t* const memory = scratch_.board().framebuffer(1);
+    EXPECT_TRUE(std::all_of(memory, memory + kBytes, [](uint8_t byte) { return byte == 0; }));
 
-TEST_F(Framebuffers, MemoryStaysWhereItIsWhileItIsLargeEnough)
-{
-    ASSERT_EQ(put(cameraMode()), 0);
-    const unsigned long address = fixed().smem_start;
-    fb_var_screeninfo simple = mode();
+    ASSERT_EQ(pan(3 * kHeight), 0);
+    fb_var_screeninfo simple = mode();  // which carries the page shown
     simple.yres_virtual = kHeight;
     simple.nonstd = 0;
     simple.bits_per_pixel = 32;
     ASSERT_EQ(put(simple), 0);
+    EXPECT_EQ(mode().yoffset, 0U);
     ASSERT_EQ(put(cameraMode()), 0);
-    EXPECT_EQ(fixed().smem_start, address);
+    EXPECT_EQ(fixed().smem_start, after);
 }
 
-TEST_F(Framebuffers, NewMemoryShowsNothingOfTheOldPicture)
+void wantsTwelvePlainBits(fb_var_screeninfo& mode)
 {
-    std::fill_n(scratch_.board().framebuffer(1), kWidth * kHeight * 6, uint8_t{77});
-    ASSERT_EQ(put(cameraMode()), 0);
-    const uint8_t* const memory = scratch_.board().framebuffer(1);
-    EXPECT_TRUE(std::all_of(memory, memory + kWidth * kHeight * 6, [](uint8_t byte) { return byte == 0; }));
+    mode.nonstd = 0;
+    mode.bits_per_pixel = 12;
 }
 
 struct WrongMode {
@@ -154,62 +134,46 @@ struct WrongMode {
     void (*spoil)(fb_var_screeninfo&);
 };
 
-void PrintTo(const WrongMode& wrong, std::ostream* out)
-{
-    *out << wrong.name;
-}
-
-std::string nameOf(const ::testing::TestParamInfo<WrongMode>& test)
-{
-    return test.param.name;
-}
-
-const std::vector<WrongMode> kWrongModes{
-    {"NoWidth", -EINVAL, [](fb_var_screeninfo& mode) { mode.xres = 0; }},
-    {"NoHeight", -EINVAL, [](fb_var_screeninfo& mode) { mode.yres = 0; }},
-    {"WiderThanThePanel", -EINVAL, [](fb_var_screeninfo& mode) { mode.xres = mode.xres_virtual = 1032; }},
-    {"HigherThanThePanel", -EINVAL, [](fb_var_screeninfo& mode) { mode.yres = 601; }},
-    {"VirtualWidthBelowWidth", -EINVAL, [](fb_var_screeninfo& mode) { mode.xres_virtual = 640; }},
-    {"VirtualHeightBelowHeight", -EINVAL, [](fb_var_screeninfo& mode) { mode.yres_virtual = 499; }},
-    {"UnknownFourCharacters", -EINVAL, [](fb_var_screeninfo& mode) { mode.nonstd = 0x34363248; }},
-    {"TwelveBitsWithoutFourCharacters", -EINVAL,
-     [](fb_var_screeninfo& mode) {
-         mode.nonstd = 0;
-         mode.bits_per_pixel = 12;
-     }},
-    {"MorePagesThanThereIsMemory", -ENOMEM,
-     [](fb_var_screeninfo& mode) { mode.yres_virtual = 28 * kHeight; }},
-    {"ProductBeyond32Bits", -ENOMEM, [](fb_var_screeninfo& mode) { mode.yres_virtual = 0xFFFFFFFF; }},
+constexpr WrongMode kWrongModes[] = {
+    {"no width", -EINVAL, [](fb_var_screeninfo& mode) { mode.xres = 0; }},
+    {"no height", -EINVAL, [](fb_var_screeninfo& mode) { mode.yres = 0; }},
+    {"wider than the panel", -EINVAL, [](fb_var_screeninfo& mode) { mode.xres = mode.xres_virtual = 1032; }},
+    {"higher than the panel", -EINVAL, [](fb_var_screeninfo& mode) { mode.yres = 601; }},
+    {"virtual width below width", -EINVAL, [](fb_var_screeninfo& mode) { mode.xres_virtual = 640; }},
+    {"virtual height below height", -EINVAL, [](fb_var_screeninfo& mode) { mode.yres_virtual = 499; }},
+    {"unknown four characters", -EINVAL, [](fb_var_screeninfo& mode) { mode.nonstd = 0x34363248; }},
+    {"twelve bits without four characters", -EINVAL, wantsTwelvePlainBits},
+    {"more than the memory", -ENOMEM, [](fb_var_screeninfo& mode) { mode.yres_virtual = 28 * kHeight; }},
+    {"beyond 32 bits", -ENOMEM, [](fb_var_screeninfo& mode) { mode.yres_virtual = 0xFFFFFFFF; }},
 };
 
-class FramebufferRefusal : public Framebuffers, public ::testing::WithParamInterface<WrongMode> {};
-
-TEST_P(FramebufferRefusal, ModeIsRefusedAndTheOldOneStays)
+TEST_F(Framebuffers, AModeThatIsWrongOrOnlyTriedChangesTheOldOne)
 {
+    EXPECT_EQ(scratch_.state().framebuffers[0].blank, 0U) << "as the panel boots";
+    EXPECT_NE(overlay().blank, 0U);
+    const uint32_t oldWidth = mode().xres;
+    fb_var_screeninfo tried = cameraMode();
+    tried.activate = FB_ACTIVATE_TEST;
+    ASSERT_EQ(overlay_->ioctl(FBIOPUT_VSCREENINFO, &tried), 0);
+    EXPECT_EQ(tried.bits_per_pixel, 12U) << "the answer says what the mode would be";
+    EXPECT_EQ(mode().xres, oldWidth);
+    EXPECT_LT(fixed().smem_len, kWidth * kHeight);
+
     openCameraOverlay();
-    fb_var_screeninfo wrong = cameraMode();
-    GetParam().spoil(wrong);
-    EXPECT_EQ(put(wrong), GetParam().error);
-    EXPECT_FALSE(scratch_.lastRefusal().empty());
-    EXPECT_EQ(mode().xres, kWidth);
-    EXPECT_EQ(mode().yres_virtual, kHeight * kPages);
-    EXPECT_EQ(mode().nonstd, board::kNv12);
+    for (const WrongMode& row : kWrongModes) {
+        SCOPED_TRACE(row.name);
+        fb_var_screeninfo wrong = cameraMode();
+        row.spoil(wrong);
+        const uint32_t before = scratch_.refusals();
+        EXPECT_EQ(put(wrong), row.error);
+        EXPECT_EQ(scratch_.refusals(), before + 1);
+        EXPECT_EQ(mode().xres, kWidth);
+        EXPECT_EQ(mode().yres_virtual, kHeight * kPages);
+        EXPECT_EQ(mode().nonstd, board::kNv12);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, FramebufferRefusal, ::testing::ValuesIn(kWrongModes), nameOf);
-
-TEST_F(Framebuffers, TryingAModeChangesNothing)
-{
-    fb_var_screeninfo wanted = cameraMode();
-    wanted.activate = FB_ACTIVATE_TEST;
-    const unsigned long address = fixed().smem_start;
-    ASSERT_EQ(overlay_->ioctl(FBIOPUT_VSCREENINFO, &wanted), 0);
-    EXPECT_EQ(wanted.bits_per_pixel, 12U) << "the answer says what the mode would be";
-    EXPECT_NE(mode().xres, kWidth);
-    EXPECT_EQ(fixed().smem_start, address);
-}
-
-TEST_F(Framebuffers, PansToEveryPageAndNoFurther)
+TEST_F(Framebuffers, PansFurtherThanToItsPagesOrWhileBlanked)
 {
     openCameraOverlay();
     for (uint32_t page = 0; page < kPages; ++page) {
@@ -219,61 +183,28 @@ TEST_F(Framebuffers, PansToEveryPageAndNoFurther)
     EXPECT_EQ(pan(kPages * kHeight), -EINVAL);
     EXPECT_EQ(pan(3 * kHeight + 1), -EINVAL);
     EXPECT_EQ(pan(0xFFFFFF00), -EINVAL) << "the sum must not wrap";
+    ASSERT_EQ(blank(FB_BLANK_NORMAL), 0);
+    EXPECT_EQ(pan(kHeight), -EINVAL) << "blanked";
     EXPECT_EQ(mode().yoffset, 3 * kHeight);
     EXPECT_EQ(overlay().pans, kPages);
-    EXPECT_EQ(scratch_.refusals(), 3U);
+    EXPECT_EQ(scratch_.refusals(), 4U);
 }
 
-TEST_F(Framebuffers, BlankedPlaneDoesNotPan)
-{
-    openCameraOverlay();
-    ASSERT_EQ(blank(FB_BLANK_NORMAL), 0);
-    EXPECT_EQ(pan(kHeight), -EINVAL);
-    EXPECT_EQ(overlay().pans, 0U);
-}
-
-TEST_F(Framebuffers, SmallerModeAfterTheLastPageStartsAtTheTop)
-{
-    openCameraOverlay();
-    ASSERT_EQ(pan(3 * kHeight), 0);
-    fb_var_screeninfo simple = mode();
-    simple.yres_virtual = kHeight;
-    simple.nonstd = 0;
-    simple.bits_per_pixel = 32;
-    EXPECT_EQ(put(simple), 0) << "the mode that was read carries the page shown";
-    EXPECT_EQ(mode().yoffset, 0U);
-}
-
-TEST_F(Framebuffers, OverlayStaysOnThePanel)
-{
-    openCameraOverlay();
-    EXPECT_EQ(move(224, 100), 0);
-    EXPECT_EQ(move(225, 100), -EINVAL);
-    EXPECT_EQ(move(224, 101), -EINVAL);
-    EXPECT_EQ(overlay().x, 224);
-    EXPECT_EQ(overlay().y, 100);
-}
-
-TEST_F(Framebuffers, OverlayThatGrowsIsPulledBackOntoThePanel)
+TEST_F(Framebuffers, TheOverlayLeavesThePanelOrTheBackgroundMovesOrTakesAnyOpacity)
 {
     ASSERT_EQ(move(784, 280), 0);
-    ASSERT_EQ(put(cameraMode()), 0);
+    openCameraOverlay();  // larger: it is pulled back
     EXPECT_EQ(overlay().x, 224);
     EXPECT_EQ(overlay().y, 100);
-}
-
-TEST_F(Framebuffers, BackgroundHasNoPosition)
-{
+    EXPECT_EQ(move(225, 100), -EINVAL);
+    EXPECT_EQ(move(224, 101), -EINVAL);
+    EXPECT_EQ(move(224, 100), 0);
     mxcfb_pos position{0, 0};
     EXPECT_EQ(background_->ioctl(MXCFB_SET_OVERLAY_POS, &position), -EINVAL);
-}
-
-TEST_F(Framebuffers, OpacityAbove255IsRefused)
-{
-    mxcfb_gbl_alpha alpha{1, 256};
-    EXPECT_EQ(background_->ioctl(MXCFB_SET_GBL_ALPHA, &alpha), -EINVAL);
-    alpha.alpha = -1;
-    EXPECT_EQ(background_->ioctl(MXCFB_SET_GBL_ALPHA, &alpha), -EINVAL);
+    for (const int opacity : {256, -1}) {
+        mxcfb_gbl_alpha alpha{1, opacity};
+        EXPECT_EQ(background_->ioctl(MXCFB_SET_GBL_ALPHA, &alpha), -EINVAL);
+    }
     EXPECT_EQ(scratch_.state().framebuffers[0].alpha, 255U);
 }
 
