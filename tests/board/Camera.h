@@ -27,19 +27,19 @@ public:
     Camera(ScratchBoard& scratch, unsigned index)
         : scratch_(scratch),
           device_(board::makeCaptureDevice(scratch.board(), index)),
-          opened_(device_->open())
+          opened_(device_->open() == 0)
     {
+        EXPECT_TRUE(opened_);
     }
     ~Camera() { close(); }
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
 
-    int opened() const { return opened_; }
     void close()
     {
-        if (opened_ == 0) {
+        if (opened_) {
             device_->close();
-            opened_ = -1;
+            opened_ = false;
         }
     }
 
@@ -146,7 +146,7 @@ public:
 private:
     ScratchBoard& scratch_;
     std::unique_ptr<board::Device> device_;
-    int opened_;
+    bool opened_;
     uint32_t memory_ = V4L2_MEMORY_USERPTR;
     uint32_t granted_ = 0;
     std::array<uint32_t, kBuffers> addresses_{};
@@ -160,7 +160,6 @@ protected:
 
     static void start(Camera& camera)
     {
-        ASSERT_EQ(camera.opened(), 0);
         camera.provideBuffers();
         camera.queueAll();
         ASSERT_EQ(camera.stream(true), 0);

@@ -1,25 +1,16 @@
 #include "capture/CaptureDevice.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/videodev2.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <fstream>
-#include <memory>
-#include <string>
 #include <thread>
 #include <vector>
 
 #include "Camera.h"
 #include "faults/FaultPlan.h"
-#include "support/Wait.h"
 
 namespace {
 
@@ -74,7 +65,7 @@ TEST_F(CaptureDevice, IsSparedWhatThePlanSaysBefallsIt)
     EXPECT_EQ(camera.queue(0), -ENODEV);
 }
 
-TEST_F(CaptureDevice, AcceptsAFormatOrSizeThatTheBoardHasNot)
+TEST_F(CaptureDevice, GrantsWhatTheBoardHasNot)
 {
     Camera camera(scratch_, 0);
     v4l2_format format{};
@@ -89,11 +80,7 @@ TEST_F(CaptureDevice, AcceptsAFormatOrSizeThatTheBoardHasNot)
     EXPECT_EQ(format.fmt.pix.sizeimage, 518400U);
     format.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
     EXPECT_EQ(camera.call(VIDIOC_G_FMT, format), -EINVAL);
-}
 
-TEST_F(CaptureDevice, LetsTheWindowBeCropped)
-{
-    Camera camera(scratch_, 0);
     v4l2_cropcap window{};
     window.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     ASSERT_EQ(camera.call(VIDIOC_CROPCAP, window), 0);
@@ -103,16 +90,10 @@ TEST_F(CaptureDevice, LetsTheWindowBeCropped)
     EXPECT_EQ(camera.call(VIDIOC_S_CROP, crop), -EINVAL);
     int input = 2;
     EXPECT_EQ(camera.call(VIDIOC_S_INPUT, input), -EINVAL);
-    input = 1;
-    EXPECT_EQ(camera.call(VIDIOC_S_INPUT, input), 0);
-}
-
-TEST_F(CaptureDevice, ShowsFourDevicesOnADualLite)
-{
-    scratch_.state().cpu = board::Cpu::kDualLite;
-    for (unsigned index = 0; index < board::kCameras; ++index) {
-        EXPECT_EQ(Camera(scratch_, index).opened(), index < 2 ? 0 : -ENOENT) << index;
-    }
+    EXPECT_EQ(camera.setPair(0x0100), -EINVAL) << "a quad has no input pair";
+    EXPECT_EQ(camera.request(kBuffers, V4L2_MEMORY_OVERLAY), -EINVAL);
+    ASSERT_EQ(camera.request(99, V4L2_MEMORY_USERPTR), 0);
+    EXPECT_EQ(camera.granted(), 8U);
 }
 
 TEST_F(CaptureDevice, TakesBuffersOrStreamsInTheWrongState)
@@ -138,33 +119,7 @@ TEST_F(CaptureDevice, TakesBuffersOrStreamsInTheWrongState)
     EXPECT_EQ(camera.queue(0), 0) << "may be queued again once dequeued";
 }
 
-TEST_F(CaptureDevice, GrantsMoreBuffersThanItHasOrOfUnknownMemory)
-{
-    Camera camera(scratch_, 0);
-    EXPECT_EQ(camera.request(kBuffers, V4L2_MEMORY_OVERLAY), -EINVAL);
-    ASSERT_EQ(camera.request(99, V4L2_MEMORY_USERPTR), 0);
-    EXPECT_EQ(camera.granted(), 8U);
-}
-
-TEST_F(CaptureDevice, HandsOutBuffersInAnotherOrderOrWithoutTheProgramsPointer)
-{
-    Camera camera(scratch_, 0);
-    camera.provideBuffers();
-    for (const uint32_t index : {2U, 0U, 3U, 1U}) {
-        ASSERT_EQ(camera.queue(index), 0);
-    }
-    ASSERT_EQ(camera.stream(true), 0);
-    uint32_t sequence = 0;
-    for (const uint32_t index : {2U, 0U, 3U, 1U}) {
-        ASSERT_EQ(camera.dequeue(), 0);
-        EXPECT_EQ(camera.last().index, index);
-        EXPECT_EQ(camera.last().m.userptr, Camera::kProgramPointer + index);
-        EXPECT_EQ(camera.last().sequence, sequence++);
-        EXPECT_EQ(camera.last().bytesused, board::kPictureBytes);
-    }
-}
-
-TEST_F(CaptureDevice, WritesToAnAddressThatIsNotTheProgramsMemory)
+TEST_F(CaptureDevice, WritesToMemoryThatIsNotTheProgramsOrNoLonger)
 {
     Camera camera(scratch_, 0);
     ASSERT_EQ(camera.request(kBuffers, V4L2_MEMORY_USERPTR), 0);
@@ -174,11 +129,7 @@ TEST_F(CaptureDevice, WritesToAnAddressThatIsNotTheProgramsMemory)
     EXPECT_EQ(camera.tell(0, small, 1), -EINVAL) << "shorter than a picture";
     EXPECT_EQ(camera.queue(0), -EINVAL) << "the address was never learnt";
     EXPECT_EQ(scratch_.refusals(), 4U);
-}
 
-TEST_F(CaptureDevice, WritesToMemoryThatWasFreedSinceItWasQueued)
-{
-    Camera camera(scratch_, 0);
     start(camera);
     scratch_.memory().release(camera.address(0));
     EXPECT_EQ(camera.dequeue(), -EFAULT);
@@ -206,32 +157,30 @@ TEST_F(CaptureDevice, KeepsItsOwnBuffersAfterTheLastClose)
     EXPECT_EQ(scratch_.liveAllocations(), 0U);
 }
 
-TEST_F(CaptureDevice, SkipsOrRepeatsFrameNumbersWithoutPacing)
+TEST_F(CaptureDevice, MixesUpBuffersOrFrameNumbersWithoutPacing)
 {
     Camera camera(scratch_, 1);
-    start(camera);
+    camera.provideBuffers();
+    constexpr uint32_t kOrder[kBuffers] = {2, 0, 3, 1};
     constexpr uint32_t kFrames = 12;
     for (uint32_t frame = 0; frame < kFrames; ++frame) {
-        if (frame == kFrames / 2) {
+        const uint32_t sequence = frame % (kFrames / 2);
+        if (sequence == 0) {
             ASSERT_EQ(camera.stream(false), 0);
-            camera.queueAll();
+            for (const uint32_t index : kOrder) {
+                ASSERT_EQ(camera.queue(index), 0) << "it stayed queued over the end of streaming";
+            }
             ASSERT_EQ(camera.stream(true), 0);
         }
         camera.cycle();
+        EXPECT_EQ(camera.last().index, kOrder[sequence % kBuffers]);
+        EXPECT_EQ(camera.last().m.userptr, Camera::kProgramPointer + camera.last().index);
+        EXPECT_EQ(camera.last().bytesused, board::kPictureBytes);
+        EXPECT_EQ(camera.last().sequence, sequence) << "restarts with the streaming";
         EXPECT_EQ(camera.shown(), (PatternCode::Reading{2, frame}));
-        EXPECT_EQ(camera.last().sequence, frame % (kFrames / 2)) << "restarts with the streaming";
     }
     EXPECT_EQ(counters(1).delivered, kFrames);
     EXPECT_EQ(counters(1).dropped, 0U);
-}
-
-TEST_F(CaptureDevice, KeepsBuffersQueuedOverTheEndOfStreaming)
-{
-    Camera camera(scratch_, 0);
-    start(camera);
-    ASSERT_EQ(camera.stream(false), 0);
-    EXPECT_EQ(camera.dequeue(), -EINVAL);
-    camera.queueAll();  // fails for a buffer that stayed queued
 }
 
 TEST_F(CaptureDevice, DeliversPacedFramesOffTheirInstants)
@@ -258,27 +207,26 @@ TEST_F(CaptureDevice, DeliversPacedFramesOffTheirInstants)
 
 TEST_F(CaptureDevice, LosesCountOfFramesThatFoundNoBuffer)
 {
-    scratch_.pace(20);
+    scratch_.pace(100);
     Camera camera(scratch_, 0);
     start(camera);
     for (uint32_t index = 0; index < kBuffers; ++index) {
         ASSERT_EQ(camera.dequeue(), 0);
     }
     // The program is away for at least four frames: that time passes is what is tested.
-    const uint64_t backUs = real::monotonicUs() + 220000;
+    const uint64_t backUs = real::monotonicUs() + 44000;
     while (real::monotonicUs() < backUs) {
         real::sleepUs(backUs - real::monotonicUs());
     }
     ASSERT_EQ(camera.queue(0), 0);
-    const uint64_t dropped = counters(0).dropped;
+    const uint64_t dropped = counters(0).dropped;  // it grows with the next call, should that come late
     EXPECT_GE(dropped, 4U);
     ASSERT_EQ(camera.dequeue(), 0);
     EXPECT_EQ(camera.last().sequence, kBuffers + dropped) << "lost frames have numbers too";
-    EXPECT_EQ(counters(0).dropped, dropped) << "the buffer was queued in time";
     EXPECT_EQ(counters(0).delivered, kBuffers + 1U);
 }
 
-TEST_F(CaptureDevice, ShowsTheOldInputsAfterThePairWasChanged)
+TEST_F(CaptureDevice, ShowsOtherInputsThanThePairThatWasSet)
 {
     scratch_.state().cpu = board::Cpu::kDualLite;
     Camera first(scratch_, 0), second(scratch_, 1);
@@ -289,99 +237,83 @@ TEST_F(CaptureDevice, ShowsTheOldInputsAfterThePairWasChanged)
     EXPECT_EQ(first.shown().camera, 1U);
     EXPECT_EQ(second.shown().camera, 2U);
     ASSERT_EQ(first.setPair(0x0302), 0);
+    EXPECT_EQ(first.setPair(0x0401), -ERANGE);
+    EXPECT_EQ(first.setPair(0x10000), -ERANGE);
     first.cycle();
     second.cycle();
     EXPECT_EQ(first.shown(), (PatternCode::Reading{3, 1})) << "numbers go on";
     EXPECT_EQ(second.shown(), (PatternCode::Reading{4, 1}));
     EXPECT_EQ(counters(2).delivered, 1U) << "counted by camera, not by device";
-}
-
-TEST_F(CaptureDevice, FailsOnAPairWithoutAnInputOrTakesOneThatIsNotThere)
-{
-    scratch_.state().cpu = board::Cpu::kDualLite;
-    Camera camera(scratch_, 0);
-    EXPECT_EQ(camera.setPair(0x0401), -ERANGE);
-    EXPECT_EQ(camera.setPair(0x10000), -ERANGE);
-    EXPECT_EQ(scratch_.state().inputPair[0], 0U);
-    start(camera);
-    ASSERT_EQ(camera.setPair(0x00FF), 0) << "no camera chosen";
-    camera.cycle();
-    EXPECT_FALSE(camera.reading(camera.last().index));
+    ASSERT_EQ(first.setPair(0x00FF), 0) << "no camera chosen";
+    first.cycle();
+    EXPECT_FALSE(first.reading(first.last().index));
     EXPECT_EQ(scratch_.state().inputPair[1], 0U);
 }
 
-TEST_F(CaptureDevice, OffersTheInputPairOnAQuad)
-{
-    Camera camera(scratch_, 0);
-    EXPECT_EQ(camera.setPair(0x0100), -EINVAL);
-}
+std::atomic<int> signals{0};
 
-std::atomic<int> interrupts{0};
+/// Counts a signal while it stands; calls are not restarted.
+class Counted {
+public:
+    explicit Counted(int signal) : signal_(signal)
+    {
+        signals = 0;
+        struct sigaction counting = {};
+        counting.sa_handler = [](int) { ++signals; };
+        ::sigaction(signal, &counting, &before_);
+    }
+    ~Counted() { ::sigaction(signal_, &before_, nullptr); }
+    Counted(const Counted&) = delete;
+    Counted& operator=(const Counted&) = delete;
+
+private:
+    int signal_;
+    struct sigaction before_ = {};
+};
 
 TEST_F(CaptureDevice, InterruptsTheProgramAtAnotherFrameThanTheLast)
 {
-    interrupts = 0;
-    struct sigaction counting {
-    }, before{};
-    counting.sa_handler = [](int) { ++interrupts; };
-    ::sigaction(SIGINT, &counting, &before);
+    const Counted interrupts(SIGINT);
     scratch_.state().frameLimit = 3;
     Camera first(scratch_, 0), other(scratch_, 1);
     start(first);
     start(other);
     for (int frame = 1; frame <= 5; ++frame) {
         other.cycle();
-        EXPECT_EQ(interrupts, frame > 3 ? 1 : 0) << "other cameras do not count, frame " << frame;
+        EXPECT_EQ(signals, frame > 3 ? 1 : 0) << "other cameras do not count, frame " << frame;
         first.cycle();
-        EXPECT_EQ(interrupts, frame >= 3 ? 1 : 0) << "frame " << frame;
+        EXPECT_EQ(signals, frame >= 3 ? 1 : 0) << "frame " << frame;
     }
-    ::sigaction(SIGINT, &before, nullptr);
 }
 
-TEST_F(CaptureDevice, WaitsForEverWhenStreamingEndsInAnotherThread)
+TEST_F(CaptureDevice, WaitsForEverWhenStreamingEndsOrASignalComes)
 {
+    const Counted ignored(SIGUSR1);
     for (const unsigned framesPerSecond : {0U, 1U}) {
-        scratch_.pace(framesPerSecond);
-        Camera camera(scratch_, 0);
-        camera.provideBuffers();
-        ASSERT_EQ(camera.stream(true), 0);
-        std::atomic<bool> entered{false};
-        std::atomic<int> result{0};
-        std::thread waiting([&] {
-            entered = true;
-            v4l2_buffer record = camera.bufferRecord(0);
-            result = camera.call(VIDIOC_DQBUF, record);
-        });
-        while (!entered) {
-            std::this_thread::yield();
+        for (const bool interrupted : {false, true}) {
+            scratch_.pace(framesPerSecond);
+            Camera camera(scratch_, 0);
+            camera.provideBuffers();
+            ASSERT_EQ(camera.stream(true), 0);
+            std::atomic<bool> entered{false};
+            std::atomic<int> result{1};
+            std::thread waiting([&] {
+                entered = true;
+                v4l2_buffer record = camera.bufferRecord(0);
+                result = camera.call(VIDIOC_DQBUF, record);
+            });
+            while (result == 1) {
+                if (interrupted) {
+                    ::pthread_kill(waiting.native_handle(), SIGUSR1);
+                } else if (entered) {
+                    EXPECT_EQ(camera.stream(false), 0);
+                }
+                std::this_thread::yield();
+            }
+            waiting.join();
+            EXPECT_EQ(result, interrupted ? -EINTR : -EINVAL);
         }
-        EXPECT_EQ(camera.stream(false), 0);
-        waiting.join();
-        EXPECT_EQ(result, -EINVAL);
     }
-}
-
-TEST_F(CaptureDevice, SleepsThroughASignalWhileNothingIsQueued)
-{
-    struct sigaction ignoring {
-    }, before{};
-    ignoring.sa_handler = [](int) {};
-    ::sigaction(SIGUSR1, &ignoring, &before);
-    Camera camera(scratch_, 0);
-    camera.provideBuffers();
-    ASSERT_EQ(camera.stream(true), 0);
-    std::atomic<int> result{1};
-    std::thread waiting([&] {
-        v4l2_buffer record = camera.bufferRecord(0);
-        result = camera.call(VIDIOC_DQBUF, record);
-    });
-    while (result == 1) {
-        ::pthread_kill(waiting.native_handle(), SIGUSR1);
-        std::this_thread::yield();
-    }
-    waiting.join();
-    EXPECT_EQ(result, -EINTR);
-    ::sigaction(SIGUSR1, &before, nullptr);
 }
 
 }  // namespace
