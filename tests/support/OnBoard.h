@@ -28,10 +28,13 @@ void runOnBoard(const Command& options, const std::function<void()>& body, Leave
 
 /// A test whose body runs on a virtual board that was started with the given options (a braced list is given
 /// in parentheses: `(support::Command{"--cpu", "dual-lite"})`).
-#define BOARD_TEST(Suite, Name, Options)                          \
-    static void boardBody_##Suite##_##Name();                     \
-    TEST(Suite, Name)                                             \
-    {                                                             \
-        support::runOnBoard(Options, boardBody_##Suite##_##Name); \
-    }                                                             \
+#define BOARD_TEST(Suite, Name, Options) BOARD_TEST_LEAVING(Suite, Name, Options, support::Leaves::kNothing)
+
+/// The same for a body that has calls refused, or leaves something behind.
+#define BOARD_TEST_LEAVING(Suite, Name, Options, Left)                  \
+    static void boardBody_##Suite##_##Name();                           \
+    TEST(Suite, Name)                                                   \
+    {                                                                   \
+        support::runOnBoard(Options, boardBody_##Suite##_##Name, Left); \
+    }                                                                   \
     static void boardBody_##Suite##_##Name()
