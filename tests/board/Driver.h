@@ -18,9 +18,9 @@ namespace driver {
 /// A step that is made to fail, and what the driver has to say about it.
 struct Failure {
     const char* name;
-    const char* fault;    ///< as the launcher takes it
-    const char* message;  ///< all of standard output
-    bool staysOpen;       ///< the node is left open for the destructor
+    const char* fault;       ///< as the launcher takes it
+    const char* message;     ///< all of standard output
+    bool staysOpen = false;  ///< the node is left open for the destructor
 };
 inline void PrintTo(const Failure& failure, std::ostream* stream)
 {

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
-#include <iomanip>
-#include <sstream>
 #include <string>
 
 #include "OnBoard.h"
@@ -16,8 +16,6 @@ using support::Command;
 
 constexpr int kStride = 1280;
 constexpr int kHeight = 736;
-constexpr int kLuma = 942080;
-constexpr int kChroma = 235520;
 constexpr uint32_t kPageBytes = 4096;
 
 /// The codec library in use for as long as this stands: its memory is to be had only then.
@@ -28,83 +26,51 @@ struct Library {
     Library& operator=(const Library&) = delete;
 };
 
-/// Writes the whole block, so that a mapping shorter than its size does not pass.
-void fill(const mx_vpu_buffer& memory)
-{
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): the library gives addresses as numbers
-    auto* start = reinterpret_cast<void*>(memory.desc.virt_uaddr);
-    std::memset(start, 1, static_cast<size_t>(memory.desc.size));
-}
+struct Raster {
+    int format, stride, height, motion;
+    int chromaStride, chroma;  ///< to come: bytes of a line, and of one plane
+};
 
 BOARD_TEST(mx_vpu_buffer, CutsARasterBlockElsewhereOrLeaksIt, Command())
 {
+    constexpr Raster kRasters[] = {
+        {0, kStride, kHeight, 0, 640, 235520}, {0, kStride, kHeight, 1, 640, 235520},
+        {0, 64, 64, 0, 32, 32 * 32},           {1, 64, 64, 0, 32, 32 * 64},
+        {2, 64, 64, 0, 64, 64 * 32},           {3, 64, 64, 1, 64, 64 * 64}};
     const Library library;
-    mx_vpu_buffer plain;
-    ASSERT_TRUE(plain.b_alloc(STD_AVC, 0, kStride, kHeight, 0));
-    EXPECT_EQ(plain.desc.size, kLuma + 2 * kChroma);
-    EXPECT_EQ(static_cast<unsigned long>(plain.addrY), plain.desc.phy_addr);
-    EXPECT_EQ(plain.addrCb - plain.addrY, kLuma);
-    EXPECT_EQ(plain.addrCr - plain.addrCb, kChroma);
-    EXPECT_EQ(plain.mvColBuf, 0);
-    EXPECT_EQ(plain.strideY, kStride);
-    EXPECT_EQ(plain.strideC, kStride / 2);
-    fill(plain);
-
-    mx_vpu_buffer withMotion;
-    ASSERT_TRUE(withMotion.b_alloc(STD_AVC, 0, kStride, kHeight, 1));
-    EXPECT_EQ(withMotion.desc.size, kLuma + 3 * kChroma);
-    EXPECT_EQ(withMotion.mvColBuf - withMotion.addrCr, kChroma);
-    fill(withMotion);
-}
-
-BOARD_TEST(mx_vpu_buffer, DividesChromaByTheWrongSideOfTheFormat, Command())
-{
-    constexpr int kSide = 64;
-    struct Row {
-        int format, chromaStride, chromaSize;
-    };
-    for (const Row& row :
-         {Row{0, 32, 32 * 32}, Row{1, 32, 32 * 64}, Row{2, 64, 64 * 32}, Row{3, 64, 64 * 64}}) {
-        const Library library;
+    for (const Raster& row : kRasters) {
+        SCOPED_TRACE(&row - kRasters);
         mx_vpu_buffer memory;
-        ASSERT_TRUE(memory.b_alloc(STD_AVC, row.format, kSide, kSide, 0)) << row.format;
-        EXPECT_EQ(memory.strideC, row.chromaStride) << row.format;
-        EXPECT_EQ(memory.desc.size, kSide * kSide + 2 * row.chromaSize) << row.format;
+        ASSERT_TRUE(memory.b_alloc(STD_AVC, row.format, row.stride, row.height, row.motion));
+        EXPECT_EQ(memory.desc.size, row.stride * row.height + (2 + row.motion) * row.chroma);
+        EXPECT_EQ(static_cast<unsigned long>(memory.addrY), memory.desc.phy_addr);
+        EXPECT_EQ(memory.addrCb - memory.addrY, row.stride * row.height);
+        EXPECT_EQ(memory.addrCr - memory.addrCb, row.chroma);
+        EXPECT_EQ(memory.mvColBuf, row.motion * (memory.addrCr + row.chroma));
+        EXPECT_EQ(memory.strideY, row.stride);
+        EXPECT_EQ(memory.strideC, row.chromaStride);
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): the library gives addresses as numbers
+        auto* start = reinterpret_cast<void*>(memory.desc.virt_uaddr);
+        std::memset(start, 1, static_cast<size_t>(memory.desc.size));  // a shorter mapping does not pass
     }
-}
-
-BOARD_TEST(mx_vpu_buffer, TakesASecondBlockAndForgetsTheFirst, Command())
-{
-    const Library library;
-    mx_vpu_buffer memory;
-    ASSERT_TRUE(memory.b_alloc(STD_AVC, 0, kStride, kHeight, 0));
-    const int first = memory.addrY;
-    EXPECT_FALSE(memory.b_alloc(STD_AVC, 0, kStride, kHeight, 0));
-    EXPECT_FALSE(memory.b_alloc_tiled(STD_AVC, 0, kStride, kHeight, 0, TILED_FRAME_MB_RASTER_MAP));
-    EXPECT_EQ(memory.addrY, first);
-    memory.b_free();
-    EXPECT_FALSE(memory.alloc);
-    EXPECT_TRUE(memory.b_alloc(STD_AVC, 0, kStride, kHeight, 0));
-}
-
-template <typename Number>
-std::string hex(Number number, int digits)
-{
-    std::ostringstream text;
-    text << std::hex << std::setfill('0') << std::setw(digits) << static_cast<uint32_t>(number);
-    return text.str();
 }
 
 /// The page numbers that the three words hold, luma top, chroma top, luma bottom, chroma bottom: five hex
 /// digits each.
 std::string pagesOf(const mx_vpu_buffer& memory)
 {
-    return hex(memory.addrY, 8) + hex(memory.addrCb, 8) + hex(memory.addrCr, 8);
+    std::array<char, 25> text{};
+    std::snprintf(text.data(), text.size(), "%08x%08x%08x", static_cast<unsigned>(memory.addrY),
+                  static_cast<unsigned>(memory.addrCb), static_cast<unsigned>(memory.addrCr));
+    return text.data();
 }
 
-std::string pages(uint32_t lumaTop, uint32_t chromaTop, uint32_t lumaBottom, uint32_t chromaBottom)
+std::string pages(unsigned lumaTop, unsigned chromaTop, unsigned lumaBottom, unsigned chromaBottom)
 {
-    return hex(lumaTop, 5) + hex(chromaTop, 5) + hex(lumaBottom, 5) + hex(chromaBottom, 5) + "0000";
+    std::array<char, 25> text{};
+    std::snprintf(text.data(), text.size(), "%05x%05x%05x%05x0000", lumaTop, chromaTop, lumaBottom,
+                  chromaBottom);
+    return text.data();
 }
 
 BOARD_TEST(mx_vpu_buffer, PacksTiledPlanesThatOverlapOrStartInsideAPage, Command())
@@ -128,21 +94,26 @@ BOARD_TEST(mx_vpu_buffer, PacksTiledPlanesThatOverlapOrStartInsideAPage, Command
     EXPECT_EQ(fields.mvColBuf, 0);
 }
 
-class BufferFailure : public testing::TestWithParam<const char*> {};
-
-TEST_P(BufferFailure, LeaksTheBlockOrHoldsIt)
+BOARD_TEST(mx_vpu_buffer, HoldsABlockThatItCouldNotGetOrForgetsOneForASecond,
+           (Command{"--fault", "IOGetPhyMem@*#1=ENOMEM", "--fault", "IOGetVirtMem@*#1=ENOMEM"}))
 {
-    support::runOnBoard({"--fault", GetParam()}, [] {
-        const Library library;
-        mx_vpu_buffer memory;
+    const Library library;
+    mx_vpu_buffer memory;
+    const auto tiled = [&] {
+        return memory.b_alloc_tiled(STD_AVC, 0, kStride, kHeight, 0, TILED_FRAME_MB_RASTER_MAP);
+    };
+    for (int failure = 0; failure < 2; ++failure) {
         EXPECT_FALSE(memory.b_alloc(STD_AVC, 0, kStride, kHeight, 0));
         EXPECT_FALSE(memory.alloc);
-        EXPECT_TRUE(memory.b_alloc_tiled(STD_AVC, 0, kStride, kHeight, 0, TILED_FRAME_MB_RASTER_MAP));
-    });
+    }
+    ASSERT_TRUE(tiled());
+    const int first = memory.addrY;
+    EXPECT_FALSE(tiled());
+    EXPECT_FALSE(memory.b_alloc(STD_AVC, 0, kStride, kHeight, 0));
+    EXPECT_EQ(memory.addrY, first);
+    memory.b_free();
+    EXPECT_FALSE(memory.alloc);
+    EXPECT_TRUE(tiled());
 }
-
-INSTANTIATE_TEST_SUITE_P(mx_vpu_buffer, BufferFailure,
-                         testing::Values("IOGetPhyMem@*#1=ENOMEM", "IOGetVirtMem@*#1=ENOMEM"),
-                         [](const auto& chosen) { return chosen.index == 0 ? "Memory" : "Mapping"; });
 
 }  // namespace
