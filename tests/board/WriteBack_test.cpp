@@ -7,11 +7,11 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <filesystem>
+#include <memory>
+#include <optional>
 #include <string>
 
-#include "OnBoard.h"
-#include "board/Board.h"
+#include "Driver.h"
 #include "medium/Medium.h"
 
 namespace {
@@ -52,53 +52,29 @@ void rotate()
     ASSERT_EQ(std::rename(kRecording.c_str(), (kRecording + ".00.avi").c_str()), 0);
 }
 
-size_t descriptorsOfTheRecording()
-{
-    size_t count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code closed;
-        const auto target = std::filesystem::read_symlink(entry.path(), closed);
-        count += target.string().find("camrecord/cam.avi") != std::string::npos ? 1U : 0U;
-    }
-    return count;
-}
-
 BOARD_TEST(WriteBack, APassLeavesAFrameOrANameUnsaved, kJournal)
 {
     WriteBack writeBack(kFolder, "cam.avi");
-    {
-        const Growing file;
-        file.grow();
-        ASSERT_TRUE(atRisk());
+    for (const bool nextBegins : {false, true}) {
+        {
+            const Growing file;
+            for (const char* what : {"a new file", "more of it"}) {
+                file.grow();
+                ASSERT_TRUE(atRisk());
+                writeBack.pass();
+                EXPECT_FALSE(atRisk()) << what;
+            }
+            file.grow();
+        }
+        rotate();
+        std::optional<Growing> next;
+        if (nextBegins) {
+            next.emplace().grow();
+        }
         writeBack.pass();
-        EXPECT_FALSE(atRisk()) << "a new file";
-        file.grow();
-        ASSERT_TRUE(atRisk());
-        writeBack.pass();
-        EXPECT_FALSE(atRisk()) << "more of it";
-        file.grow();
+        EXPECT_FALSE(atRisk()) << "a rotation";
+        EXPECT_FALSE(writeBack.failing());
     }
-    rotate();
-    const Growing next;
-    next.grow();
-    writeBack.pass();
-    EXPECT_FALSE(atRisk()) << "a rotation";
-    EXPECT_FALSE(writeBack.failing());
-}
-
-BOARD_TEST(WriteBack, ARotationIsSavedBeforeTheNextRecordingBegins, kJournal)
-{
-    WriteBack writeBack(kFolder, "cam.avi");
-    {
-        const Growing file;
-        file.grow();
-        writeBack.pass();
-        file.grow();
-    }
-    rotate();
-    writeBack.pass();
-    EXPECT_FALSE(atRisk());
-    EXPECT_FALSE(writeBack.failing());
 }
 
 BOARD_TEST(WriteBack, AFileThatDoesNotGrowIsHeldOpen, kJournal)
@@ -109,9 +85,9 @@ BOARD_TEST(WriteBack, AFileThatDoesNotGrowIsHeldOpen, kJournal)
         file.grow();
         writeBack.pass();
     }
-    EXPECT_EQ(descriptorsOfTheRecording(), 1U);
+    const long held = driver::openDescriptors();
     writeBack.pass();
-    EXPECT_EQ(descriptorsOfTheRecording(), 0U);
+    EXPECT_EQ(driver::openDescriptors(), held - 1);
 
     // The same place may be a new file's.
     ASSERT_EQ(std::remove(kRecording.c_str()), 0);
@@ -135,15 +111,22 @@ BOARD_TEST(WriteBack, ARefusalIsForgotten, (support::Command{"--journal", "--fau
     EXPECT_FALSE(atRisk()) << "not tried again";
 }
 
-BOARD_TEST(WriteBack, TheLastFramesAreUnsavedAtItsEnd, kJournal)
+BOARD_TEST(WriteBack, TheLastFramesAreUnsavedOrADescriptorIsOpenAtItsEnd, kJournal)
 {
-    auto writeBack = std::make_unique<WriteBack>(kFolder, "cam.avi");
-    writeBack->start();
     const Growing file;
     file.grow();
+    const long before = driver::openDescriptors();
+    auto writeBack = std::make_unique<WriteBack>(kFolder, "cam.avi");
+    writeBack->pass();
+    writeBack = nullptr;
+    EXPECT_EQ(driver::openDescriptors(), before);
+
+    writeBack = std::make_unique<WriteBack>(kFolder, "cam.avi");
+    writeBack->start();
+    file.grow();
     WriteBack::retire(std::move(writeBack));
-    EXPECT_FALSE(atRisk());
-    EXPECT_EQ(descriptorsOfTheRecording(), 1U) << "the writer's is left";
+    // On a busy machine it may have been left to itself.
+    EXPECT_TRUE(support::waitUntil([] { return !atRisk(); }));
 }
 
 }  // namespace

@@ -120,7 +120,7 @@ Command pipeline(const std::string& pictures, const std::string& framebuffer = "
 constexpr const char* kOne = "num-buffers=1";
 constexpr const char* kNoEnd = "is-live=true";
 
-BOARD_TEST(VideoSink, DrawsBesideTheShownPageInSomeMode, Command{})
+BOARD_TEST(VideoSink, DrawsBesideTheShownPageOrShowsABlankedOverlay, Command{})
 {
     constexpr std::array kModes{
         kRgb32Mode,
@@ -137,22 +137,14 @@ BOARD_TEST(VideoSink, DrawsBesideTheShownPageInSomeMode, Command{})
         SCOPED_TRACE(mode.label);
         overlay.show(mode);
         EXPECT_FALSE(showsSquare());
+        overlay.blank(FB_BLANK_NORMAL);
+        const auto before = board::composePanel(*board::Board::current());
         const support::Outcome outcome = support::runToEnd(pipeline(kOne));
         EXPECT_EQ(outcome.status, 0) << outcome.output << outcome.error;
+        EXPECT_EQ(board::composePanel(*board::Board::current()), before) << "its owner has blanked it";
+        overlay.blank(FB_BLANK_UNBLANK);
         EXPECT_TRUE(showsSquare());
     }
-}
-
-BOARD_TEST(VideoSink, ShowsAnOverlayThatItsOwnerHasBlanked, Command{})
-{
-    const Overlay overlay;
-    overlay.show(kRgb32Mode);
-    overlay.blank(FB_BLANK_NORMAL);
-    const auto before = board::composePanel(*board::Board::current());
-    EXPECT_EQ(support::runToEnd(pipeline(kOne)).status, 0);
-    EXPECT_EQ(board::composePanel(*board::Board::current()), before);
-    overlay.blank(FB_BLANK_UNBLANK);
-    EXPECT_TRUE(showsSquare());
 }
 
 BOARD_TEST(VideoSink, KeepsTheModeThatItBeganWith, Command{})
