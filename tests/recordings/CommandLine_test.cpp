@@ -92,6 +92,22 @@ TEST(CommandLine, SaysInOneLineWhatCannotBeDone)
     EXPECT_EQ(support::readFile(folder.file("there.avi")), "precious");
 }
 
+TEST(CommandLine, TakesAnOutputsNameForAProtocolsAddress)
+{
+    const Folder folder;
+    Tape tape;
+    tape.session(4);
+    const std::string script = R"(cd "$1" && exec "$2" index "$3" -o "$4")";
+    for (const char* name : {"12:30.mkv", "file:out.avi"}) {
+        const Outcome outcome = support::runToEnd(
+            {"/bin/sh", "-c", script, "sh", folder.path(), support::program("velcamrec"), tape.path(), name});
+        EXPECT_EQ(outcome.status, 0) << outcome.error;
+        EXPECT_GT(support::readFile(folder.file(name)).size(), tape.frames.front().size()) << name;
+    }
+    const auto files = std::filesystem::directory_iterator(folder.path());
+    EXPECT_EQ(std::distance(begin(files), end(files)), 2) << "something was left behind";
+}
+
 TEST(CommandLine, DoesNotWaitForAPipe)
 {
     const Folder folder;

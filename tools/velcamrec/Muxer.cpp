@@ -54,9 +54,10 @@ bool Muxer::open(const std::string& path, const char* kind, const Format& format
 {
     framesPerSecond_ = format.framesPerSecond;
     packet_ = av_packet_alloc();
+    const std::string url = "file:" + path;  // else a name as "12:30.mp4" would name a protocol
     return check(packet_ == nullptr ? AVERROR(ENOMEM) : 0) &&
-           check(avformat_alloc_output_context2(&context_, nullptr, kind, path.c_str())) &&
-           addStream(format, codecHeader) && check(avio_open(&context_->pb, path.c_str(), AVIO_FLAG_WRITE)) &&
+           check(avformat_alloc_output_context2(&context_, nullptr, kind, url.c_str())) &&
+           addStream(format, codecHeader) && check(avio_open(&context_->pb, url.c_str(), AVIO_FLAG_WRITE)) &&
            check(avformat_write_header(context_, nullptr));
 }
 
