@@ -188,6 +188,30 @@ BOARD_TEST(VpuLib, AHangingFrameEndsWithoutAReset,
     EXPECT_EQ(info.picType, 0) << "a frame was lost: the next one cannot refer to it";
 }
 
+BOARD_TEST(VpuLib, EncodesAPictureThatThePlanHasItSkip,
+           (support::Command{"--fault", "vpu_EncStartOneFrame@*#1=skip", "--fault",
+                             "vpu_EncStartOneFrame@*#3/2=skip"}))
+{
+    Session session;
+    ASSERT_TRUE(session.ready());
+    struct Step {
+        bool keyFrame, skipped;
+        int type;
+    };
+    constexpr int kKey = 0;
+    constexpr int kOther = 1;
+    for (const Step& step :
+         {Step{false, true, kOther}, Step{false, false, kKey}, Step{false, true, kOther},
+          Step{false, false, kOther}, Step{true, true, kOther}, Step{false, false, kKey}}) {
+        EncOutputInfo info{};
+        ASSERT_EQ(session.encode(info, step.keyFrame), RETCODE_SUCCESS);
+        EXPECT_EQ(info.bitstreamBuffer, session.bitstream.address());
+        EXPECT_EQ(info.skipEncoded != 0, step.skipped);
+        EXPECT_EQ(info.bitstreamSize == 0, step.skipped);
+        EXPECT_EQ(info.picType, step.type);
+    }
+}
+
 BOARD_TEST_LEAVING(VpuLib, TakesCallsOutOfSequence, kPlain, support::Leaves::kSomething)
 {
     EncOutputInfo info{};

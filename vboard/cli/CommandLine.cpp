@@ -52,8 +52,7 @@ std::string takeCamera(const std::string& text, BoardOptions& board)
     const auto source = equals == std::string::npos ? std::nullopt : parseSource(text.substr(equals + 1));
     if (!known || !source) {
         return "--camera takes N=SOURCE with N from 1 to 4 and pattern, clip:PATH, file:PATH, "
-               "v4l2:/dev/videoX "
-               "or none, not '" +
+               "v4l2:/dev/videoX or none, not '" +
                text + "'";
     }
     board.cameras[static_cast<size_t>(number[0] - '1')] = *source;
@@ -217,8 +216,9 @@ void Grammar::describeRun()
            "--fault", board.faults,
            "CALL@TARGET#N=ERROR: the Nth matching call fails (N+: from the Nth on, N/M: the Nth and "
            "each Mth after it, *: always). ERROR: an errno or codec result by name or number, short, hang, "
-           "slow:MS; with VIDIOC_DQBUF also bad (marked as damaged), lost, wrap (numbers and times), "
-           "nosignal, gone (the node)")
+           "slow:MS, kill (the program, before the call), tear (the same within a read or write); with "
+           "VIDIOC_DQBUF also bad (marked as damaged), lost, wrap (numbers and times), nosignal, gone (the "
+           "node); with vpu_EncStartOneFrame also skip (the picture is not encoded)")
         ->allow_extra_args(false);
     run.add_option("--codec-preset", board.codecPreset, "Speed preset of the encoder")
         ->check(CLI::IsMember(std::vector<std::string>(kPresets.begin(), kPresets.end())))

@@ -46,6 +46,9 @@ std::string checkFaultRule(const std::string& rule)
     if (error == "short" && call != "read" && call != "write") {
         return "only read and write can be short, not '" + call + "'";
     }
+    if (error == "skip" && call != "vpu_EncStartOneFrame") {
+        return "only vpu_EncStartOneFrame can skip, not '" + call + "'";
+    }
     const auto* const end = kCameraEvents.end();
     if (call != "VIDIOC_DQBUF" && std::find(kCameraEvents.begin(), end, error) != end) {
         return "'" + error + "' befalls a camera at VIDIOC_DQBUF, not at '" + call + "'";

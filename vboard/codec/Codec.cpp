@@ -170,7 +170,8 @@ Answer Codec::start(EncHandle handle, const EncParam* parameters, Outcome outcom
         if (pending_ != nullptr) {
             return frameNotComplete();
         }
-        Answer answer = instance.encode(*parameters);
+        Answer answer =
+            outcome == Outcome::kSkips ? instance.skip(*parameters) : instance.encode(*parameters);
         if (answer.done()) {
             pending_ = &instance;
             frame_ = outcome == Outcome::kHangs ? Frame::kHung : Frame::kRunning;

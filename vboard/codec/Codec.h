@@ -13,7 +13,8 @@ namespace codec {
 /// The codec of a process: the opened encoders and the one frame that is in work.
 ///
 /// A frame is encoded inside start(); it counts as running until a wait has seen its end, and as pending
-/// until its output was fetched. A hung frame never ends: only a reset frees the codec.
+/// until its output was fetched. A hung frame never ends: only a reset frees the codec. A skipped one is not
+/// encoded: it ends as any other, without output.
 ///
 /// Threads:  any; waiting for the end of a frame is done outside the lock.
 /// Lifetime: that of the process; encoders still open at the last unInit() are closed.
@@ -31,7 +32,7 @@ public:
     Answer registerFrames(EncHandle handle, const FrameRegistration& frames);
     Answer command(EncHandle handle, CodecCommand command, void* parameter);
 
-    enum class Outcome { kCompletes, kHangs };
+    enum class Outcome { kCompletes, kHangs, kSkips };
     Answer start(EncHandle handle, const EncParam* parameters, Outcome outcome);
     bool busy();
     /// True when the running frame has ended; false after `timeoutMs` when there is none.

@@ -188,7 +188,7 @@ Answer Instance::checkRequest(const EncParam& parameters) const
     return firstForeign(regionsOf(*parameters.sourceFrame), RETCODE_MEMORY_ACCESS_VIOLATION);
 }
 
-Answer Instance::encode(const EncParam& parameters)
+Answer Instance::checkFrame(const EncParam& parameters) const
 {
     if (Answer early = checkStage(Stage::kFramesRegistered); !early.done()) {
         return early;
@@ -199,9 +199,13 @@ Answer Instance::encode(const EncParam& parameters)
     if (Answer foreign = firstForeign(registered_, RETCODE_MEMORY_ACCESS_VIOLATION); !foreign.done()) {
         return foreign;
     }
-    if (Answer foreign = checkRegion(memory_, bitstream(), RETCODE_MEMORY_ACCESS_VIOLATION);
-        !foreign.done()) {
-        return foreign;
+    return checkRegion(memory_, bitstream(), RETCODE_MEMORY_ACCESS_VIOLATION);
+}
+
+Answer Instance::encode(const EncParam& parameters)
+{
+    if (Answer wrong = checkFrame(parameters); !wrong.done()) {
+        return wrong;
     }
     frameBytes_ = takenBytes_ = 0;
     const auto frame = makeFrame(parameters);
@@ -210,6 +214,17 @@ Answer Instance::encode(const EncParam& parameters)
         return {RETCODE_FAILURE, "the frame does not fit into the bitstream buffer"};
     }
     frame_ = *frame;
+    return {};
+}
+
+Answer Instance::skip(const EncParam& parameters)
+{
+    if (Answer wrong = checkFrame(parameters); !wrong.done()) {
+        return wrong;
+    }
+    frameBytes_ = takenBytes_ = 0;
+    keyFrameNeeded_ = keyFrameNeeded_ || parameters.forceIPicture != 0;
+    frame_ = {};
     return {};
 }
 
@@ -227,6 +242,11 @@ Answer Instance::describeOutput(EncOutputInfo& info)
 {
     info = {};
     info.bitstreamBuffer = parameters_.bitstreamBuffer;
+    if (frame_.bytes == 0) {
+        info.skipEncoded = 1;
+        info.picType = kPictureTypeP;
+        return {};
+    }
     info.bitstreamSize = static_cast<Uint32>(frame_.bytes);
     info.picType = frame_.keyFrame ? kPictureTypeI : kPictureTypeP;
     info.numOfSlices = frame_.slices;

@@ -45,7 +45,9 @@ public:
 
     /// Encodes the picture into the bitstream buffer.
     Answer encode(const EncParam& parameters);
-    /// Describes the frame that encode() made.
+    /// Leaves the picture out, as an encoder may that is short of bits; a key frame that was due stays so.
+    Answer skip(const EncParam& parameters);
+    /// Describes the frame that encode() made, or skip() did not.
     Answer describeOutput(EncOutputInfo& info);
     /// The frame that encode() made is lost: the next one has to stand by itself.
     void abandonFrame();
@@ -59,6 +61,7 @@ private:
     enum class Stage { kOpened, kInfoObtained, kFramesRegistered };
 
     Answer checkStage(Stage needed) const;
+    Answer checkFrame(const EncParam& parameters) const;
     Answer checkRequest(const EncParam& parameters) const;
     Answer checkStrides(const FrameRegistration& frames) const;
     Answer checkBuffers(const FrameRegistration& frames) const;

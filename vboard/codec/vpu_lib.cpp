@@ -1,5 +1,7 @@
 #include "vpu_lib.h"
 
+#include <optional>
+
 #include "codec/Codec.h"
 #include "codec/Fault.h"
 
@@ -33,6 +35,22 @@ RetCode answer(const char* call, Work work)
         return codec::resultOf(*fault);
     }
     return finish(*board, call, work(*board));
+}
+
+/// What becomes of a frame that is started; nothing when the start itself fails.
+std::optional<Codec::Outcome> outcomeOf(const std::optional<board::FaultAction>& fault)
+{
+    if (!fault) {
+        return Codec::Outcome::kCompletes;
+    }
+    switch (fault->kind) {
+        case FaultKind::kHang:
+            return Codec::Outcome::kHangs;
+        case FaultKind::kSkip:
+            return Codec::Outcome::kSkips;
+        default:
+            return std::nullopt;
+    }
 }
 
 }  // namespace
@@ -131,11 +149,9 @@ RetCode vpu_EncStartOneFrame(EncHandle handle, EncParam* param)
         return RETCODE_NOT_INITIALIZED;
     }
     const auto fault = codec::enter(*board, __func__);
-    if (fault && fault->kind != FaultKind::kHang) {
-        return codec::resultOf(*fault);
-    }
-    const auto outcome = fault ? Codec::Outcome::kHangs : Codec::Outcome::kCompletes;
-    return finish(*board, __func__, Codec::instance().start(handle, param, outcome));
+    const auto outcome = outcomeOf(fault);
+    return outcome ? finish(*board, __func__, Codec::instance().start(handle, param, *outcome))
+                   : codec::resultOf(*fault);
 }
 
 RetCode vpu_EncGetOutputInfo(EncHandle handle, EncOutputInfo* info)

@@ -35,6 +35,7 @@ constexpr std::array kErrors{
     NamedError{"hang", FaultKind::kHang, 0},
     NamedError{"kill", FaultKind::kKill, 0},
     NamedError{"tear", FaultKind::kTear, 0},
+    NamedError{"skip", FaultKind::kSkip, 0},
     NamedError{"bad", FaultKind::kBadFrame, 0},
     NamedError{"lost", FaultKind::kLostFrame, 0},
     NamedError{"wrap", FaultKind::kWrap, 0},
@@ -285,9 +286,8 @@ std::string FaultPlan::add(const std::string& rule) const
     }
     if (!parseError(rule.substr(error + 1), fault)) {
         return "the error of fault '" + rule +
-               "' is not known: an errno name or number, RETCODE_..., short, hang, slow:MS, kill, tear, bad, "
-               "lost, "
-               "wrap, nosignal or gone";
+               "' is not known: an errno name or number, RETCODE_..., short, hang, slow:MS, kill, tear, "
+               "skip, bad, lost, wrap, nosignal or gone";
     }
     ++state_.faultCount;
     return {};

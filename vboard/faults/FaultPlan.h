@@ -16,6 +16,7 @@ enum class FaultKind : uint32_t {
     kSlow,   ///< take `error` milliseconds longer; then the call does its work
     kKill,   ///< the process is killed before the call does anything
     kTear,   ///< the process is killed when half of the bytes are transferred; before any other call
+    kSkip,   ///< the codec does not encode the picture of this frame, and says so with its output
     // What befalls a camera, at a dequeue.
     kBadFrame,   ///< the buffer comes with the error flag, and not with the whole frame
     kLostFrame,  ///< the frame is lost; the dequeue gets the next one
@@ -35,7 +36,8 @@ struct FaultAction {
 /// TARGET  a shell pattern for the device node, file or queue as the program names it; "*" for any
 /// N       the Nth matching call; "N+": from the Nth on; "N/M": the Nth and each Mth after it; "*": always
 /// ERROR   an errno name ("EIO") or number, a codec result ("RETCODE_FAILURE"), "short", "hang", "slow:MS",
-///         "kill", "tear"; what befalls a camera: "bad", "lost", "wrap", "nosignal", "gone"
+///         "kill", "tear"; of a codec's frame, "skip"; what befalls a camera: "bad", "lost", "wrap",
+///         "nosignal", "gone"
 ///
 /// Threads: any; occurrences are counted over all processes of the board.
 class FaultPlan {
