@@ -19,13 +19,15 @@ constexpr size_t kKeyFrames = 300;     // from one to the next within a run
 constexpr uintmax_t kBegun = 100'000;  // bytes of a recording that has a few frames
 constexpr support::Rectangle kTile{0, 0, 720, 480};
 
+enum class Complaints { kNone, kSome };
+
 /// A hash for each picture as an independent decoder sees it.
-std::vector<std::string> pictures(const std::string& file)
+std::vector<std::string> pictures(const std::string& file, Complaints complaints = Complaints::kNone)
 {
     const auto outcome = support::runToEnd({"/usr/bin/ffmpeg", "-nostdin", "-v", "error", "-i", file,
                                             "-fps_mode", "passthrough", "-f", "framemd5", "-"});
     EXPECT_EQ(outcome.status, 0) << outcome.error;
-    EXPECT_EQ(outcome.error, "");
+    EXPECT_EQ(outcome.error.empty(), complaints == Complaints::kNone) << outcome.error;
     std::vector<std::string> hashes;
     std::istringstream lines(outcome.output);
     for (std::string line; std::getline(lines, line);) {
@@ -136,6 +138,49 @@ TEST_P(Players, SeeACutFromKeyFrameToKeyFrame)
 
 INSTANTIATE_TEST_SUITE_P(Each, Players, ::testing::Values("avi", "mp4", "mkv"),
                          [](const auto& one) { return std::string(one.param); });
+
+/// The encoder skips the first two frames, then some.
+TEST(SkippedFrames, AreTakenForDamageOrMoveTheFramesBehindThem)
+{
+    const Folder folder;
+    const std::string board = folder.file("board");
+    const auto run =
+        support::runToEnd({support::program("vboard"), "run", "--board", board, "--cpu", "dual-lite", "--fps",
+                           "max", "--frames", "60", "--fault", "vpu_EncStartOneFrame@*#1=skip", "--fault",
+                           "vpu_EncStartOneFrame@*#2/15=skip", "--", support::program("velcamd")});
+    ASSERT_EQ(run.status, 0) << run.output << run.error;
+    EXPECT_NE(run.output.find("Skip encoding one Frame!\nSkip encoding one Frame!\n"), std::string::npos);
+
+    const std::string raw = board + "/root/velmarine/f/camrecord/cam.avi";
+    const support::Recording recorded = support::readRecording(raw);
+    ASSERT_TRUE(recorded.wellFormed);
+    size_t skipped = 0;
+    for (const auto& chunk : recorded.chunks) {
+        skipped += chunk.bytes == 0 || (chunk.parameterSets && !chunk.keyFrame) ? 1U : 0U;
+    }
+    EXPECT_GE(skipped, 5U);
+    const size_t shown = recorded.chunks.size() - skipped;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(recording::runCheck({{raw}, false}), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              raw + ": sound; " + std::to_string(shown) + " frames in 1 session, 1 key frame, " +
+                  std::to_string(skipped) + " skipped by the encoder, " +
+                  recording::clockText(static_cast<double>(recorded.chunks.size()) / 30) + "\n");
+
+    const auto seen = pictures(raw, Complaints::kSome);  // of the codec header that stands alone
+    EXPECT_EQ(seen.size(), shown);
+    ASSERT_EQ(recording::runRepair({raw, folder.file("repaired.avi"), false}), 0);
+    EXPECT_TRUE(support::readFile(folder.file("repaired.avi")) == support::readFile(raw));
+    for (const char* name : {"out.avi", "out.mp4", "out.mkv"}) {
+        const std::string made = folder.file(name);
+        ASSERT_EQ(recording::runIndex({raw, made, false}), 0);
+        EXPECT_EQ(pictures(made), seen) << name;
+        const auto places = static_cast<double>(recorded.chunks.size() - 2);  // from the first picture on
+        EXPECT_NEAR(std::stod(probe(made, {"-show_entries", "format=duration"})), places / 30, 0.002) << name;
+        ASSERT_EQ(recording::runCut({{raw, made, true}, 0.5, 0.6}), 0);
+        EXPECT_EQ(pictures(made), seen) << name << ": there is one key frame";
+    }
+}
 
 class RealRecording : public Players {};
 

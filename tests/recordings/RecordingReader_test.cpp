@@ -283,8 +283,31 @@ TEST(Check, FindsFramesThatVelcamdWouldNotWriteSo)
               "a start of the writer without a key frame");
     EXPECT_EQ(saidOf(chunkOf(key) + chunkOf(other + "x") + chunkOf(other)),
               "the size of a chunk, less its codec header, is no multiple of 4");
-    EXPECT_EQ(saidOf(chunkOf(key) + chunkOf(recordings::codecHeader()) + chunkOf(key)).substr(0, 40),
-              "a chunk holds no whole frame: no picture");
+    const std::string noPicture = "a chunk holds no whole frame: no picture";
+    const std::string information("\0\0\0\1\6\5\1\2\x80\0\0", 11);
+    const std::string longSets = recordings::codecHeader() + std::string(80, 'x');
+    for (const std::string& none : {information, longSets}) {
+        EXPECT_EQ(saidOf(chunkOf(key) + chunkOf(none) + chunkOf(key)).substr(0, noPicture.size()), noPicture);
+    }
+}
+
+/// The encoder may skip a frame: the writer is then given nothing to write, and the codec header, if it is
+/// due, stands alone in the chunk.
+TEST(Check, TakesTheChunkOfASkippedFrameForDamage)
+{
+    const std::string key = recordings::frame(true, 1, 100);
+    const std::string other = recordings::frame(false, 2, 100);
+    const std::string sets = recordings::codecHeader();
+    EXPECT_EQ(saidOf(chunkOf(sets) + chunkOf("") + chunkOf(key) + chunkOf("") + chunkOf("") + chunkOf(other) +
+                     chunkOf(sets) + chunkOf(key) + chunkOf("")),
+              "0 findings");
+    EXPECT_EQ(saidOf(chunkOf(sets)), "0 findings");
+    EXPECT_EQ(saidOf(chunkOf(sets + key) + chunkOf("") + "00d").substr(0, 22), "the last frame is torn");
+    EXPECT_EQ(saidOf(chunkOf("") + chunkOf(key)), "the first frame comes without parameter sets");
+    EXPECT_EQ(saidOf(chunkOf(sets + key) + chunkOf(sets) + chunkOf("") + chunkOf(other)),
+              "a start of the writer without a key frame");
+    EXPECT_EQ(saidOf(chunkOf(sets + key) + std::string(50, '\0') + chunkOf("") + chunkOf(other)),
+              "zeros in place of frames");
 }
 
 TEST(Check, CountsTheFramesThatShowRemnantsOfALostOne)

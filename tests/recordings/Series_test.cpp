@@ -70,6 +70,12 @@ TEST(List, CountsWhatEachFileHoldsAndAllTogether)
     EXPECT_EQ(json["sessions"], 3);
     EXPECT_EQ(json["bytes"],
               json["files"][0]["bytes"].get<uint64_t>() + json["files"][1]["bytes"].get<uint64_t>());
+
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(recording::runList({folder.path(), false}), 0);
+    const std::string table = testing::internal::GetCapturedStdout();
+    EXPECT_NE(table.find("  sound\n"), std::string::npos) << table;
+    EXPECT_NE(table.find("  damaged at 1 place\n"), std::string::npos) << table;
 }
 
 TEST(List, SaysWhenARecordingBeganOnlyWhenThatCanBeKnown)

@@ -46,13 +46,22 @@ public:
                 takeZeros();
             }
         }
-        if (result_.fault == AccessUnit::Fault::kNone && extent_ == Extent::kAll && !result_.picture) {
-            fault(AccessUnit::Fault::kNoPicture, 0);
+        if (result_.fault == AccessUnit::Fault::kNone && !result_.picture) {
+            judgeWithoutPicture();
         }
         return result_;
     }
 
 private:
+    void judgeWithoutPicture()
+    {
+        if (inCodecHeader_ && result_.parameterSets && data_.size <= kMostCodecBytes) {
+            result_.codecBytes = data_.size;
+        } else if (extent_ == Extent::kAll) {
+            fault(AccessUnit::Fault::kNoPicture, 0);
+        }
+    }
+
     const AccessUnit& fault(AccessUnit::Fault kind, size_t at)
     {
         result_.fault = kind;

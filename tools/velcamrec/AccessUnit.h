@@ -18,7 +18,7 @@ struct AccessUnit {
 
     Fault fault = Fault::kNone;
     size_t faultAt = 0;     ///< of the first byte that breaks a rule
-    size_t codecBytes = 0;  ///< of the parameter sets in front of the picture, with their start codes
+    size_t codecBytes = 0;  ///< of the parameter sets in front, with their start codes; all when alone
     bool parameterSets = false;
     bool keyFrame = false;
     bool picture = false;
@@ -30,8 +30,11 @@ enum class Extent {
     kAll     ///< every byte
 };
 
-/// Judges a frame. With kFront nothing is said about `bytes`, and `picture` stays false when the data given
-/// end before the first slice.
+/// What the daemon's writer puts in front of a session's first frame has at most so many bytes.
+constexpr size_t kMostCodecBytes = 80;
+
+/// Judges a frame; parameter sets without a picture are no fault when they are all that there is. With kFront
+/// nothing is said about `bytes`, and `picture` stays false when the data given end before the first slice.
 AccessUnit examine(Bytes data, Extent extent);
 
 /// Whether a frame may begin with these bytes: a start code and a unit of a known type.

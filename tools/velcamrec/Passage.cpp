@@ -77,30 +77,27 @@ private:
             return true;
         }
         const Bytes data = reader.read(chunk);
+        if (chunk.skipped) {
+            sets_.keep(data);
+            return true;
+        }
         const AccessUnit unit = examine(data, Extent::kAll);
         if (unit.fault != AccessUnit::Fault::kNone) {
             ++result_.faults;
             return true;
         }
-        ++result_.frames;
-        return take_({begun({data.data, unit.bytes}, unit), chunk.number, unit.keyFrame});
-    }
-
-    /// Only a session's first frame brings parameter sets along; a passage may begin with a later key frame.
-    Bytes begun(Bytes frame, const AccessUnit& unit)
-    {
-        if (result_.frames > 1 || unit.parameterSets) {
-            return frame;
+        if (result_.frames == 0) {
+            // Only a session's first frame brings them along; a passage may begin with a later key frame.
+            sets_.keep({passage_.codecHeader.data(), passage_.codecHeader.size()});
         }
-        first_ = passage_.codecHeader;
-        first_.insert(first_.end(), frame.data, frame.data + frame.size);
-        return {first_.data(), first_.size()};
+        ++result_.frames;
+        return take_({sets_.bring({data.data, unit.bytes}, unit), chunk.number, unit.keyFrame});
     }
 
     const Passage& passage_;
     const TakeFrame& take_;
     PassageResult& result_;
-    std::vector<uint8_t> first_;
+    ParameterSets sets_;
     bool inside_ = false;
     bool atEnd_ = false;
 };
@@ -112,6 +109,24 @@ bool say(const std::string& text)
 }
 
 }  // namespace
+
+void ParameterSets::keep(Bytes sets)
+{
+    if (sets.size > 0) {
+        kept_.assign(sets.data, sets.data + sets.size);
+    }
+}
+
+Bytes ParameterSets::bring(Bytes frame, const AccessUnit& unit)
+{
+    joined_.clear();
+    joined_.swap(kept_);
+    if (joined_.empty() || unit.parameterSets) {
+        return frame;
+    }
+    joined_.insert(joined_.end(), frame.data, frame.data + frame.size);
+    return {joined_.data(), joined_.size()};
+}
 
 bool findPassage(const std::string& path, uint64_t from, uint64_t to, Widening widening, Passage& passage)
 {

@@ -16,6 +16,20 @@ struct Passage {
     Summary summary;                   ///< of the recording as far as it was walked
 };
 
+/// Brings the parameter sets of a session whose first frame the encoder skipped to the next frame: alone they
+/// mean nothing to players and other files.
+class ParameterSets {
+public:
+    /// Keeps them for the next frame.
+    void keep(Bytes sets);
+    /// The frame, behind what was kept unless it has its own; until the next call.
+    Bytes bring(Bytes frame, const AccessUnit& unit);
+
+private:
+    std::vector<uint8_t> kept_;
+    std::vector<uint8_t> joined_;
+};
+
 /// Which key frames a passage reaches to.
 enum class Widening {
     kBoth,   ///< back to the key frame that `from` builds on, and on to the one at `to` or behind it

@@ -13,7 +13,7 @@ constexpr size_t kHeadBytes = RecordingReader::kChunkHeadBytes;
 constexpr size_t kPlausibleBytes = kHeadBytes + kFrontBytes;
 
 // A chunk holds at most the encoder's bitstream buffer, the codec header and the padding.
-constexpr uint32_t kMostSize = 4 * 1024 * 1024 + 80 + RecordingReader::kMostPadding;
+constexpr uint32_t kMostSize = 4 * 1024 * 1024 + kMostCodecBytes + RecordingReader::kMostPadding;
 constexpr uint32_t kLeastSize = 8;
 
 // A header is looked for in the first bytes only: what is before it is at most 200 bytes of a torn one.
@@ -46,16 +46,23 @@ bool possibleHead(Bytes bytes)
     return size >= kLeastSize && size <= kMostSize;
 }
 
-/// Whether a chunk begins with these bytes, of which kPlausibleBytes are needed to say so.
-bool plausible(Bytes bytes)
+bool emptyHead(Bytes bytes)
 {
-    return bytes.size >= kPlausibleBytes && possibleHead(bytes) &&
-           beginsFrame({bytes.data + kHeadBytes, bytes.size - kHeadBytes});
+    return bytes.size >= kHeadBytes && hasTag(bytes) && sizeIn(bytes.data) == 0;
 }
 
 Bytes behind(Bytes bytes, size_t skipped)
 {
     return {bytes.data + skipped, bytes.size - skipped};
+}
+
+/// Whether a chunk begins with these bytes, of which kPlausibleBytes are needed to say so. An empty one is
+/// known by the next one.
+bool plausible(Bytes bytes)
+{
+    return bytes.size >= kPlausibleBytes &&
+           ((possibleHead(bytes) && beginsFrame(behind(bytes, kHeadBytes))) ||
+            (emptyHead(bytes) && hasTag(behind(bytes, kHeadBytes))));
 }
 
 struct SearchResult {
@@ -158,6 +165,10 @@ void RecordingReader::judgeHeader(Bytes header, const std::optional<Format>& for
 
 Event RecordingReader::readChunk()
 {
+    if (isEmptyChunk()) {
+        const off_t end = position_ + static_cast<off_t>(kHeadBytes);
+        return takeChunk({end, 0, end, end});
+    }
     const Bytes head = file_.view(position_, kPlausibleBytes);
     if (plausible(head)) {
         const Extents extents = measure(sizeIn(head.data));
@@ -190,6 +201,12 @@ bool RecordingReader::endsChunk(off_t offset)
     return file_.holds(offset, {tag.data(), tag.size()});
 }
 
+bool RecordingReader::isEmptyChunk()
+{
+    return emptyHead(file_.view(position_, kHeadBytes)) &&
+           endsChunk(position_ + static_cast<off_t>(kHeadBytes));
+}
+
 /// Whether the rest of the file is the beginning of a chunk, too short to be judged.
 bool RecordingReader::isTornHead()
 {
@@ -206,13 +223,14 @@ Event RecordingReader::takeChunk(const Extents& extents)
     chunk.missing = static_cast<uint32_t>(extents.data + static_cast<off_t>(extents.size) - extents.end);
     chunk.number = frames_++;
     position_ = extents.next;
-    if (depth_ == Depth::kHeads) {
-        chunk.unit = examineFront(extents);
-        return chunk;
+    if (depth_ == Depth::kBytes) {
+        chunk.data = read(chunk);
     }
-    chunk.data = read(chunk);
-    chunk.unit = examine(chunk.data, Extent::kAll);
-    if (chunk.unit.fault == AccessUnit::Fault::kNone) {
+    if (chunk.size > 0) {
+        chunk.unit = depth_ == Depth::kHeads ? examineFront(extents) : examineAll(chunk);
+    }
+    chunk.skipped = !chunk.unit.picture && chunk.unit.codecBytes == chunk.size;
+    if (depth_ == Depth::kHeads || chunk.unit.fault == AccessUnit::Fault::kNone) {
         return chunk;
     }
     return Damage{Damage::Kind::kContents,
@@ -232,6 +250,15 @@ AccessUnit RecordingReader::examineFront(const Extents& extents)
         if (length >= whole) {
             break;
         }
+    }
+    return unit;
+}
+
+AccessUnit RecordingReader::examineAll(const Chunk& chunk)
+{
+    AccessUnit unit = examine(chunk.data, Extent::kAll);
+    if (unit.fault == AccessUnit::Fault::kNone && !unit.picture && chunk.missing > 0) {
+        unit.fault = AccessUnit::Fault::kNoPicture;  // parameter sets alone have no padding to lack
     }
     return unit;
 }

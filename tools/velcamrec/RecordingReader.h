@@ -24,12 +24,13 @@ struct HeaderEvent {
     std::optional<Format> format;  ///< nothing: unknown
 };
 
-/// A frame that can be used.
+/// A frame that can be used, or the chunk of one that the encoder skipped: its place in time, no picture.
 struct Chunk {
     off_t offset = 0;      ///< of the chunk's tag
     uint32_t size = 0;     ///< of its data, as its head says
     uint32_t missing = 0;  ///< of the padding: 0 to 3 bytes
     uint64_t number = 0;   ///< of the frame in the file: its time is number / frames per second
+    bool skipped = false;  ///< it is empty, or holds parameter sets alone
     AccessUnit unit;       ///< with Depth::kHeads only what the front tells
     Bytes data;            ///< with Depth::kBytes: until the next event
 };
@@ -100,10 +101,12 @@ private:
     Event takeForeign();
     Extents measure(uint32_t size);
     bool endsChunk(off_t offset);
+    bool isEmptyChunk();
     bool isTornHead();
     off_t findChunk(off_t from, off_t limit);
     bool allZeros(off_t from, off_t to);
     AccessUnit examineFront(const Extents& extents);
+    AccessUnit examineAll(const Chunk& chunk);
 
     FileWindow file_;
     Depth depth_ = Depth::kHeads;

@@ -102,6 +102,10 @@ void Survey::account(const HeaderEvent& event)
 
 void Survey::account(const Chunk& chunk)
 {
+    if (chunk.skipped) {
+        accountSkipped(chunk);
+        return;
+    }
     const bool swallowed = swallowing_;
     swallowing_ = false;
     if (chunk.unit.keyFrame && !swallowed) {
@@ -125,12 +129,22 @@ void Survey::account(const Chunk& chunk)
     summary_.sessions += chunk.unit.parameterSets ? 1 : 0;
 }
 
+/// No picture, and none lost.
+void Survey::accountSkipped(const Chunk& chunk)
+{
+    summary_.skippedFrames += 1;
+    summary_.sessions += chunk.unit.parameterSets ? 1 : 0;
+    opening_ = opening_ || chunk.unit.parameterSets;
+}
+
 void Survey::judgeSession(const Chunk& chunk)
 {
     const auto data = static_cast<off_t>(chunk.size);
-    if (chunk.unit.parameterSets && !chunk.unit.keyFrame) {
+    const bool opens = chunk.unit.parameterSets || opening_;
+    opening_ = false;
+    if (opens && !chunk.unit.keyFrame) {
         note({chunk.offset, data, "a start of the writer without a key frame", "a clean picture"}, true);
-    } else if (summary_.frames == 0 && !chunk.unit.parameterSets) {
+    } else if (summary_.frames == 0 && !opens) {
         note({chunk.offset, data, "the first frame comes without parameter sets",
               "all up to the next start of the writer"},
              false);

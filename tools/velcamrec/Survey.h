@@ -23,6 +23,7 @@ struct Summary {
     bool formatKnown = false;  ///< by its header
     bool headerSound = true;
     uint64_t frames = 0;
+    uint64_t skippedFrames = 0;  ///< by the encoder, so that there is no picture in their place
     uint64_t keyFrames = 0;
     uint64_t sessions = 0;  ///< starts of the writer
     uint64_t findings = 0;
@@ -33,7 +34,7 @@ struct Summary {
     {
         return static_cast<double>(frameCount) / format.framesPerSecond;
     }
-    double seconds() const { return seconds(frames); }
+    double seconds() const { return seconds(frames + skippedFrames); }
 };
 
 /// Walks a recording, hands its events on, and keeps account of them.
@@ -58,6 +59,7 @@ private:
     void account(const HeaderEvent& event);
     void account(const Chunk& chunk);
     void account(const Damage& damage);
+    void accountSkipped(const Chunk& chunk);
     void judgeSession(const Chunk& chunk);
     void note(Finding finding, bool losesFrame);
     void settle(bool atEnd);
@@ -69,6 +71,7 @@ private:
     std::optional<Finding> open_;  // its loss is not known yet
     uint64_t remnants_ = 0;        // frames since the open finding
     bool counting_ = false;        // they build on a lost one
+    bool opening_ = false;     // a session whose first frame was skipped: the next one is to be a key frame
     bool swallowing_ = false;  // the next frame is lost too, to a player that takes a torn chunk for whole
 };
 

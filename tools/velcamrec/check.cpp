@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
@@ -22,10 +23,12 @@ void print(const std::string& file, const Summary& summary)
     const std::string damage = summary.findings == 0 ? "sound"
                                                      : count(summary.findings, "fault") + ", " +
                                                            count(summary.badBytes, "byte") + " of no use";
-    std::printf("%s: %s%s; %s in %s, %s, %s\n", file.c_str(), damage.c_str(),
+    const std::string skipped =
+        summary.skippedFrames == 0 ? "" : std::to_string(summary.skippedFrames) + " skipped by the encoder, ";
+    std::printf("%s: %s%s; %s in %s, %s, %s%s\n", file.c_str(), damage.c_str(),
                 summary.beingWritten ? ", being written" : "", count(summary.frames, "frame").c_str(),
                 count(summary.sessions, "session").c_str(), count(summary.keyFrames, "key frame").c_str(),
-                clockText(summary.seconds()).c_str());
+                skipped.c_str(), clockText(summary.seconds()).c_str());
 }
 
 void printJson(const std::string& file, const Summary& summary, nlohmann::ordered_json&& findings)
@@ -35,6 +38,7 @@ void printJson(const std::string& file, const Summary& summary, nlohmann::ordere
     json["sound"] = summary.findings == 0;
     json["bytes"] = summary.bytes;
     json["frames"] = summary.frames;
+    json["skippedFrames"] = summary.skippedFrames;
     json["keyFrames"] = summary.keyFrames;
     json["sessions"] = summary.sessions;
     json["seconds"] = summary.seconds();

@@ -16,13 +16,17 @@ public:
 
     bool add(const Chunk& chunk, const Summary& summary)
     {
-        if (!begun_ && !(chunk.unit.keyFrame && chunk.unit.codecBytes > 0)) {
-            ++skipped_;
+        if (chunk.skipped) {
+            sets_.keep(chunk.data);
             return true;
         }
-        const Bytes frame{chunk.data.data, chunk.unit.bytes};
-        return (begun_ ||
-                begin(trustedFormat(summary, frame), {frame.data, chunk.unit.codecBytes}, chunk.number)) &&
+        const Bytes frame = sets_.bring({chunk.data.data, chunk.unit.bytes}, chunk.unit);
+        const size_t codecBytes = chunk.unit.codecBytes + (frame.size - chunk.unit.bytes);
+        if (!begun_ && !(chunk.unit.keyFrame && codecBytes > 0)) {
+            ++leftOut_;
+            return true;
+        }
+        return (begun_ || begin(trustedFormat(summary, frame), {frame.data, codecBytes}, chunk.number)) &&
                add(frame, chunk.number, chunk.unit.keyFrame);
     }
 
@@ -36,6 +40,7 @@ public:
     bool add(Bytes frame, uint64_t number, bool keyFrame)
     {
         ++frames_;
+        end_ = number + 1;
         return muxer_.write(frame, number - first_, keyFrame);
     }
 
@@ -45,16 +50,18 @@ public:
     std::string error() const { return muxer_.error().empty() ? file_.error() : muxer_.error(); }
     bool begun() const { return begun_; }
     uint64_t frames() const { return frames_; }
-    uint64_t skipped() const { return skipped_; }
+    uint64_t places() const { return end_ - first_; }  ///< of frames, also of those that are not there
+    uint64_t leftOut() const { return leftOut_; }
 
 private:
     OutputFile& file_;
     const char* kind_;
     Muxer muxer_;
+    ParameterSets sets_;
     bool begun_ = false;
-    uint64_t first_ = 0;
+    uint64_t first_ = 0, end_ = 0;
     uint64_t frames_ = 0;
-    uint64_t skipped_ = 0;
+    uint64_t leftOut_ = 0;
 };
 
 int failedWrite(const MakeRequest& request, const Conversion& conversion)
@@ -132,10 +139,10 @@ int runIndex(const MakeRequest& request)
     const Summary& summary = survey.summary();
     std::printf(
         "%s: %s, %s%s%s\n", request.output.c_str(), count(conversion.frames(), "frame").c_str(),
-        clockText(summary.seconds(conversion.frames())).c_str(),
-        conversion.skipped() == 0
+        clockText(summary.seconds(conversion.places())).c_str(),
+        conversion.leftOut() == 0
             ? ""
-            : ("; left out before the first key frame: " + std::to_string(conversion.skipped())).c_str(),
+            : ("; left out before the first key frame: " + std::to_string(conversion.leftOut())).c_str(),
         summary.findings == 0 ? "" : ("; the recording has " + count(summary.findings, "fault")).c_str());
     return kDone;
 }

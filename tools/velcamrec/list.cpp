@@ -39,13 +39,17 @@ std::string localTime(const std::optional<std::time_t>& time)
     return time ? localTime(*time) : "unknown";
 }
 
+std::string damageText(uint64_t findings)
+{
+    return findings == 0 ? "sound" : "damaged at " + count(findings, "place");
+}
+
 std::string state(const Summary& summary)
 {
-    const std::string written = summary.beingWritten ? "being written" : "";
-    if (summary.findings == 0) {
-        return written.empty() ? "sound" : written;
+    if (!summary.beingWritten) {
+        return damageText(summary.findings);
     }
-    return count(summary.findings, "place") + (written.empty() ? "" : ", " + written);
+    return (summary.findings == 0 ? "" : damageText(summary.findings) + ", ") + "being written";
 }
 
 bool survey(const std::string& path, Row& row, std::string& error)
@@ -136,7 +140,7 @@ void print(const std::string& directory, const History& history)
     }
     const Totals totals = totalsOf(history);
     line("all", totals.bytes, totals.sessions, totals.frames, totals.seconds, "", "",
-         totals.findings == 0 ? "sound" : count(totals.findings, "place"));
+         damageText(totals.findings));
     if (!history.missing.empty()) {
         std::printf("Missing in the series: %s\n", missingText(history.missing).c_str());
     }
@@ -160,6 +164,7 @@ nlohmann::ordered_json toJson(const Row& row)
     json["bytes"] = summary.bytes;
     json["sessions"] = summary.sessions;
     json["frames"] = summary.frames;
+    json["skippedFrames"] = summary.skippedFrames;
     json["keyFrames"] = summary.keyFrames;
     json["seconds"] = summary.seconds();
     json["first"] = timeToJson(row.times.first);

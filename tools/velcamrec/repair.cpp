@@ -39,7 +39,7 @@ private:
         AviWriter::writeDWORD(head.data(), &position, chunk.size);
         std::array<uint8_t, RecordingReader::kChunkHeadBytes> bytes{};
         std::copy(head.begin(), head.end(), bytes.begin());
-        ++frames_;
+        frames_ += chunk.skipped ? 0U : 1U;
         return file_.write({bytes.data(), bytes.size()}) && file_.write(chunk.data) &&
                file_.write({kZeros.data(), chunk.missing});
     }
