@@ -174,6 +174,7 @@ INSTANTIATE_TEST_SUITE_P(
                       BadUsage{"FaultWithoutCall", {"run", "--fault", "explode@*#1=EIO", "true"}},
                       BadUsage{"FaultThatCannotBe", {"run", "--fault", "mq_send@*#1=short", "true"}},
                       BadUsage{"FaultOfACamera", {"run", "--fault", "VIDIOC_QBUF@*#1=bad", "true"}},
+                      BadUsage{"FaultOfACodecsFrame", {"run", "--fault", "vpu_EncOpen@*#1=skip", "true"}},
                       BadUsage{"FaultWithoutATime", {"run", "--fault", "write@*#1=slow:", "true"}},
                       BadUsage{"FaultWithoutAPeriod", {"run", "--fault", "write@*#1/0=EIO", "true"}},
                       BadUsage{"ReportNowhere", {"run", "--report", "/no/such/folder/report", "true"}},
@@ -229,6 +230,15 @@ TEST_F(Launcher, ASecondRunOnABoardThatIsUpIsRefused)
     ::close(gate);
     EXPECT_EQ(first->wait(), 0);
     EXPECT_EQ(shell("echo ran").output, "ran\n");
+}
+
+TEST_F(Launcher, SaysWhyABoardsFileCannotBeMade)
+{
+    std::filesystem::create_directories(folder_.file("board/memory.new/in the way"));
+    const Outcome outcome = shell("true");
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_NE(outcome.error.find("/board/memory: " + std::string(std::strerror(EEXIST))), std::string::npos)
+        << outcome.error;
 }
 
 TEST_F(Launcher, AnAttachedProgramSeesTheSameBoard)

@@ -99,27 +99,33 @@ void provideFont(const std::string& root)
     }
 }
 
-/// Makes what the root lacks; the path that could not be made, empty when all is there.
-std::string provideRoot(const std::string& root, const BoardOptions& options)
+/// What of a board's files could not be made, and the errno that says why; no path when all is there.
+struct Unmade {
+    std::string path;
+    int error = 0;
+};
+
+/// Makes what the root lacks.
+Unmade provideRoot(const std::string& root, const BoardOptions& options)
 {
     std::error_code error;
     for (const char* folder : kFolders) {
         fs::create_directories(root + folder, error);
         if (error) {
-            return root + folder;
+            return {root + folder, error.value()};
         }
     }
     for (const InitialFile& file : kInitialFiles) {
         if (!fs::exists(root + file.path, error) && !writeText(root + file.path, file.content)) {
-            return root + file.path;
+            return {root + file.path, errno};
         }
     }
     const bool followsOptions = options.camerasGiven || !fs::exists(root + kCameraStatus, error);
     if (followsOptions && !writeText(root + kCameraStatus, cameraStatus(options))) {
-        return root + kCameraStatus;
+        return {root + kCameraStatus, errno};
     }
     if (!writeText(root + "/proc/mounts", options.mounted ? kRecordingMount : "")) {
-        return root + "/proc/mounts";
+        return {root + "/proc/mounts", errno};
     }
     provideFont(root);
     return {};
@@ -127,21 +133,39 @@ std::string provideRoot(const std::string& root, const BoardOptions& options)
 
 /// A new, empty (sparse) file of a size. The old one, if any, stays what it is to those who still have it. It
 /// gets its name when it has its size: who maps a file that is too short is killed at the first look at it.
-bool makeFile(const std::string& path, off_t bytes)
+/// 0, or the errno of what failed.
+int makeFile(const std::string& path, off_t bytes)
 {
     const std::string unfinished = path + ".new";
     real::unlink(unfinished.c_str());
-    const Descriptor file(real::open(unfinished.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode));
-    return file.isOpen() && real::truncate(file.get(), bytes) == 0 &&
-           std::rename(unfinished.c_str(), path.c_str()) == 0;
+    const int opened = real::open(unfinished.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
+    if (opened < 0) {
+        return -opened;
+    }
+    const Descriptor file(opened);
+    const int sized = real::truncate(file.get(), bytes);
+    if (sized < 0) {
+        return -sized;
+    }
+    return std::rename(unfinished.c_str(), path.c_str()) == 0 ? 0 : errno;
 }
 
-bool makeFreshFiles(const std::string& folder)
+Unmade makeFreshFiles(const std::string& folder)
 {
-    return makeFile(folder + "/state", sizeof(State)) &&
-           makeFile(folder + "/memory", off_t{board::kMemoryBase} + board::kMemoryBytes) &&
-           makeFile(folder + "/fb0", board::kFramebufferFileBytes) &&
-           makeFile(folder + "/fb1", board::kFramebufferFileBytes);
+    struct Sized {
+        const char* name;
+        off_t bytes;
+    };
+    constexpr std::array kFiles{
+        Sized{"/state", sizeof(State)}, Sized{"/memory", off_t{board::kMemoryBase} + board::kMemoryBytes},
+        Sized{"/fb0", board::kFramebufferFileBytes}, Sized{"/fb1", board::kFramebufferFileBytes}};
+    for (const Sized& file : kFiles) {
+        const std::string path = folder + file.name;
+        if (const int error = makeFile(path, file.bytes); error != 0) {
+            return {path, error};
+        }
+    }
+    return {};
 }
 
 void removeQueues(const std::string& folder)
@@ -238,9 +262,12 @@ std::unique_ptr<LiveBoard> LiveBoard::make(const BoardOptions& options, std::str
                      : "cannot lock " + folder + ": " + systemText(errno);
         return nullptr;
     }
-    const std::string missing = provideRoot(folder + "/root", options);
-    if (!missing.empty() || !makeFreshFiles(folder)) {
-        wrong = "cannot write " + (missing.empty() ? folder : missing) + ": " + systemText(errno);
+    Unmade unmade = provideRoot(folder + "/root", options);
+    if (unmade.path.empty()) {
+        unmade = makeFreshFiles(folder);
+    }
+    if (!unmade.path.empty()) {
+        wrong = "cannot write " + unmade.path + ": " + systemText(unmade.error);
         return nullptr;
     }
     removeQueues(folder);
