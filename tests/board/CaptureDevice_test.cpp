@@ -289,12 +289,16 @@ TEST_F(CaptureDevice, InterruptsTheProgramAtAnotherFrameThanTheLast)
 TEST_F(CaptureDevice, WaitsForEverWhenStreamingEndsOrASignalComes)
 {
     const Counted ignored(SIGUSR1);
-    for (const unsigned framesPerSecond : {0U, 1U}) {
+    constexpr uint32_t kHardlyEver = 1;  // frames in a thousand seconds: none of them ends the wait
+    for (const uint32_t rateMilli : {0U, 1000U, kHardlyEver}) {
         for (const bool interrupted : {false, true}) {
-            scratch_.pace(framesPerSecond);
+            scratch_.state().frameRateMilli = rateMilli;
             Camera camera(scratch_, 0);
             camera.provideBuffers();
             ASSERT_EQ(camera.stream(true), 0);
+            if (rateMilli == kHardlyEver) {
+                camera.queueAll();
+            }
             std::atomic<bool> entered{false};
             std::atomic<int> result{1};
             std::thread waiting([&] {
@@ -314,6 +318,23 @@ TEST_F(CaptureDevice, WaitsForEverWhenStreamingEndsOrASignalComes)
             EXPECT_EQ(result, interrupted ? -EINTR : -EINVAL);
         }
     }
+}
+
+TEST_F(CaptureDevice, CountsAFrameTwiceForTheLimitThatTwoDevicesDeliver)
+{
+    const Counted interrupts(SIGINT);
+    scratch_.state().cpu = board::Cpu::kDualLite;
+    scratch_.state().frameLimit = 3;
+    Camera first(scratch_, 0), second(scratch_, 1);
+    ASSERT_EQ(first.setPair(0x0000), 0);
+    start(first);
+    start(second);
+    for (int frame = 1; frame <= 4; ++frame) {
+        first.cycle();
+        second.cycle();
+        EXPECT_EQ(signals, frame >= 3 ? 1 : 0) << "frame " << frame;
+    }
+    EXPECT_EQ(counters(0).delivered, 8U);
 }
 
 }  // namespace

@@ -15,7 +15,7 @@
 namespace board {
 
 constexpr uint32_t kStateMagic = 0x44424356;  // "VCBD"
-constexpr uint32_t kStateVersion = 2;
+constexpr uint32_t kStateVersion = 3;
 
 /// Physical memory of the board as the devices see it. The file "memory" carries it at the same offsets, so
 /// that a descriptor of that file, mapped at a physical address, gives that memory.
@@ -68,7 +68,7 @@ struct Camera {
     SourceKind kind;
     std::atomic<uint32_t> sourceLost;  ///< the process behind a piped source has ended
     std::atomic<uint64_t> delivered;   ///< frames handed to the program
-    std::atomic<uint64_t> dropped;     ///< frames that found no queued buffer
+    std::atomic<uint64_t> dropped;     ///< frames that found no queued buffer, or that a fault lost
 };
 
 /// One rule of the fault plan: "CALL@TARGET#N=ERROR".
@@ -136,6 +136,9 @@ struct State {
     uint32_t listsCalls;  ///< not 0: callTargets is kept
     std::atomic<uint32_t> callTargetUsed;
     std::array<CallTarget, kCallTargets> callTargets;
+
+    std::atomic<uint64_t> framesCounted;  ///< of camera 1, towards the limit
+    std::atomic<uint64_t> nextCounted;    ///< the least number of a frame that counts: none counts twice
 };
 
 // NOLINTBEGIN(readability-magic-numbers): the layout, as counted by hand

@@ -267,8 +267,7 @@ int CaptureStream::dequeueBuffer(v4l2_buffer& record)
     while (true) {
         uint32_t index = 0;
         uint64_t napUs = 0;
-        bool interruptible = false;
-        switch (takeFrame(index, napUs, interruptible)) {
+        switch (takeFrame(index, napUs)) {
             case Turn::kTaken:
                 return deliver(index, record);
             case Turn::kEnded:
@@ -276,8 +275,7 @@ int CaptureStream::dequeueBuffer(v4l2_buffer& record)
             case Turn::kWait:
                 break;
         }
-        // With a buffer queued a frame comes at the next instant, signal or not; with none it may never come.
-        if (!real::sleepUs(napUs) && interruptible) {
+        if (!real::sleepUs(napUs)) {
             return -EINTR;
         }
     }
@@ -292,7 +290,7 @@ int CaptureStream::checkDequeued(const v4l2_buffer& record)
     return 0;
 }
 
-CaptureStream::Turn CaptureStream::takeFrame(uint32_t& index, uint64_t& napUs, bool& interruptible)
+CaptureStream::Turn CaptureStream::takeFrame(uint32_t& index, uint64_t& napUs)
 {
     const std::lock_guard<std::mutex> guard(lock_);
     if (!streaming_) {
@@ -309,7 +307,6 @@ CaptureStream::Turn CaptureStream::takeFrame(uint32_t& index, uint64_t& napUs, b
         index = buffers_.takeDone();
         return Turn::kTaken;
     }
-    interruptible = !buffers_.anyQueued();
     napUs = clock_.paced() ? std::min(clock_.at(nextInstant_) - nowUs, kLongestNapUs) : kIdleNapUs;
     return Turn::kWait;
 }
@@ -343,7 +340,7 @@ int CaptureStream::deliver(uint32_t index, v4l2_buffer& record)
         badFrame_ = false;
     }
     guard.unlock();
-    countDelivered(shown);
+    countDelivered(shown, buffer.frame.number);
     return 0;
 }
 
@@ -357,14 +354,25 @@ bool CaptureStream::drawFrame(uint32_t camera, uint64_t number, uint8_t* nv12)
     return source->draw(number, nv12);
 }
 
-void CaptureStream::countDelivered(uint32_t camera) const
+void CaptureStream::countDelivered(uint32_t camera, uint64_t number) const
 {
     if (camera >= kCameras) {
         return;
     }
+    ++board_.state().cameras[camera].delivered;
+    if (camera == 0) {
+        countInstant(number);
+    }
+}
+
+/// Counts a frame for the limit: once, though two devices may deliver the same input.
+void CaptureStream::countInstant(uint64_t number) const
+{
     State& state = board_.state();
-    const uint64_t delivered = ++state.cameras[camera].delivered;
-    if (camera == 0 && delivered == state.frameLimit) {
+    uint64_t next = state.nextCounted;
+    while (number >= next && !state.nextCounted.compare_exchange_weak(next, number + 1)) {
+    }
+    if (number >= next && ++state.framesCounted == state.frameLimit) {
         real::kill(state.program, SIGINT);
     }
 }

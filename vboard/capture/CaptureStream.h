@@ -19,7 +19,7 @@ namespace board {
 ///
 /// Frames:  paced cameras share instants; one without a queued buffer loses its frame. Without pacing a
 ///          dequeue gets a frame at once and none is lost.
-/// Threads: any. A dequeue waits, and its picture is drawn, outside the lock.
+/// Threads: any. A dequeue waits, and its picture is drawn, outside the lock. A signal ends the wait (EINTR).
 /// Errors:  as the requests of the same names: 0, or a negative errno; a refusal is noted on the board.
 class CaptureStream {
 public:
@@ -64,11 +64,12 @@ private:
     int checkDequeued(const v4l2_buffer& record);
     enum class Turn { kTaken, kWait, kEnded };
     /// One look of a dequeue for a frame; takes the lock itself. kWait: `napUs` is how long nothing can come.
-    Turn takeFrame(uint32_t& index, uint64_t& napUs, bool& interruptible);
+    Turn takeFrame(uint32_t& index, uint64_t& napUs);
     /// Takes the lock only where needed: drawing may wait for a source.
     int deliver(uint32_t index, v4l2_buffer& record);
     bool drawFrame(uint32_t camera, uint64_t number, uint8_t* nv12);
-    void countDelivered(uint32_t camera) const;
+    void countDelivered(uint32_t camera, uint64_t number) const;
+    void countInstant(uint64_t number) const;
 
     Board& board_;
     const char* const device_;
