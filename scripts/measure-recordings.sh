@@ -76,9 +76,11 @@ end_daemon() {
 
 # Reads the daemon's reports as its controller does: while nobody reads, it looks at no file's size.
 read_reports() {
-    until "$bin/vboard" attach --board "$work/board" -- "$bin/velcamctl" status --follow >/dev/null 2>&1 </dev/null; do
+    local -r ask=("$bin/vboard" attach --board "$work/board" -- "$bin/velcamctl" status)
+    until "${ask[@]}" >/dev/null 2>&1 </dev/null; do
         sleep 0.1
     done
+    exec "${ask[@]}" --follow >/dev/null 2>&1 </dev/null # in a process of its own, for make_recording to end
 }
 
 size() {

@@ -98,10 +98,20 @@ running() {
     [[ -n $daemon ]] && kill -0 "$daemon" 2>/dev/null
 }
 
+end_follower() {
+    [[ -n $follower ]] || return 0
+    kill -INT "$follower" 2>/dev/null || true
+    wait "$follower" || true
+    follower=
+}
+
 # Ends the daemon as its users do. One that does not heed is killed, with its launcher.
 end_daemon() {
     local i status=0
-    running || return 1
+    if ! running; then
+        end_follower
+        return 1
+    fi
     kill -INT "$daemon"
     for ((i = 0; i < 100; i++)); do
         running || break
@@ -113,10 +123,7 @@ end_daemon() {
     fi
     wait "$daemon" || status=$?
     daemon=
-    if [[ -n $follower ]]; then
-        wait "$follower" || true # ends by itself when no report comes any more
-        follower=
-    fi
+    end_follower
     return "$status"
 }
 
@@ -182,7 +189,8 @@ start_daemon() {
     for ((i = 0; i < 100; i++)); do
         if control status >"$reported" 2>/dev/null; then
             # Somebody has to read all the time, as the device's controller does: a daemon whose queue is full waits.
-            control status --follow >>"$reported" 2>/dev/null </dev/null &
+            "$bin/vboard" attach --board "$board" -- "$bin/velcamctl" status --follow \
+                >>"$reported" 2>/dev/null </dev/null &
             follower=$!
             return 0
         fi

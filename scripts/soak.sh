@@ -46,8 +46,9 @@ reader=
 
 finish() {
     [[ -z $board ]] || kill -INT "$board" 2>/dev/null || true
+    [[ -z $board ]] || wait "$board" || true # a blocked daemon needs its reader until it ends
+    [[ -z $reader ]] || kill -INT "$reader" 2>/dev/null || true
     wait
-    [[ -z $reader ]] || kill "$reader" 2>/dev/null || true
     rm -rf "$folder"
 }
 trap finish EXIT

@@ -9,8 +9,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <exception>
+#include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "CommandLine.h"
@@ -27,12 +30,11 @@ constexpr int kDone = 0;
 constexpr int kFailed = 1;
 
 constexpr Queue::Duration kPatience = 2s;
-constexpr Queue::Duration kListenStep = 200ms;  // how soon the listener sees that it was interrupted
+constexpr Queue::Duration kListenStep = 200ms;  // how soon who goes on reading sees that he was interrupted
 
 constexpr const char* kTakesAway =
     "Reading takes the messages away from the device's own controller: on a panel in service that controller "
-    "misses "
-    "what is read here.";
+    "misses what is read here.";
 
 volatile std::sig_atomic_t interrupted = 0;
 
@@ -100,8 +102,7 @@ void addChannels(CLI::App& verb, Arguments& arguments, bool required)
     constexpr unsigned kLastCamera = 4;
     verb.add_option("CH", arguments.channels,
                     "camera numbers, 0 for none: left pane, right pane, then the inputs to capture in their "
-                    "place when "
-                    "they are 0; those not given are 0")
+                    "place when they are 0; those not given are 0")
         ->expected(-1)
         ->required(required)
         ->check(CLI::Range(0U, kLastCamera));
@@ -167,10 +168,22 @@ void catchInterrupt()
     ::sigaction(SIGINT, &action, nullptr);
 }
 
-void print(const control::Status& status, bool json)
+/// False when nobody takes the output any more.
+bool print(const control::Status& status, bool json)
 {
     const std::string line = json ? control::toJson(status).dump() : control::describe(status);
-    std::puts(line.c_str());
+    return std::puts(line.c_str()) != EOF;
+}
+
+int failedOutput()
+{
+    return fail(kFailed, "the output cannot be written: " + errorText(errno));
+}
+
+/// Whether a queue without a message may have one later.
+bool mayGoOn(const Queue& queue)
+{
+    return queue.error() == ETIMEDOUT || queue.error() == EINTR;
 }
 
 int noStatus(const Queue& queue)
@@ -185,17 +198,31 @@ int noStatus(const Queue& queue)
     return fail(kFailed, name + " cannot be read: " + errorText(queue.error()));
 }
 
-/// A line whenever the status changes, until interrupted.
-int follow(Queue& queue, control::Status shown, bool json)
+/// A daemon that is started anew makes a new queue of the same name.
+void openAnew(std::optional<Queue>& queue)
+{
+    Queue now(control::kStatusQueue, Queue::Direction::kReceive);
+    if (now.isOpen()) {
+        queue.emplace(std::move(now));
+    }
+}
+
+/// A line whenever the status changes, until interrupted. Silence means little: the daemon may be busy, or be
+/// started anew.
+int follow(std::optional<Queue>& queue, control::Status shown, bool json)
 {
     while (interrupted == 0) {
-        const auto status = queue.receiveStatus(kPatience);
+        const auto status = queue->receiveStatus(kListenStep);
         if (!status) {
-            return noStatus(queue);
-        }
-        if (!(*status == shown)) {
+            if (!mayGoOn(*queue)) {
+                return noStatus(*queue);
+            }
+            openAnew(queue);
+        } else if (!(*status == shown)) {
             shown = *status;
-            print(shown, json);
+            if (!print(shown, json)) {
+                return failedOutput();
+            }
         }
     }
     return kDone;
@@ -210,19 +237,21 @@ void addStatus(CLI::App& verb, Arguments& arguments)
 
 int runStatus(const Arguments& arguments)
 {
-    Queue queue(control::kStatusQueue, Queue::Direction::kReceive);
-    if (!queue.isOpen()) {
-        return failedOpen(control::kStatusQueue, queue.error());
+    std::optional<Queue> queue(std::in_place, control::kStatusQueue, Queue::Direction::kReceive);
+    if (!queue->isOpen()) {
+        return failedOpen(control::kStatusQueue, queue->error());
     }
     catchInterrupt();
-    if (!queue.discardOld(kPatience)) {
-        return noStatus(queue);
+    if (!queue->discardOld(kPatience)) {
+        return noStatus(*queue);
     }
-    const auto status = queue.receiveStatus(kPatience);
+    const auto status = queue->receiveStatus(kPatience);
     if (!status) {
-        return noStatus(queue);
+        return noStatus(*queue);
     }
-    print(*status, arguments.json);
+    if (!print(*status, arguments.json)) {
+        return failedOutput();
+    }
     return arguments.follow ? follow(queue, *status, arguments.json) : kDone;
 }
 
@@ -255,7 +284,7 @@ int runListen(const Arguments& /*arguments*/)
         const auto frame = queue.receive(kListenStep);
         if (frame) {
             std::printf("%s %s\n", timeOfDay().c_str(), control::describe(*frame).c_str());
-        } else if (queue.error() != ETIMEDOUT && queue.error() != EINTR) {
+        } else if (!mayGoOn(queue)) {
             return noStatus(queue);
         }
     }

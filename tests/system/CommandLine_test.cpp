@@ -100,6 +100,38 @@ TEST(Controller, DrivesADaemonOnAVirtualBoardAndReadsItsStatus)
     EXPECT_EQ(panel.end(), 0);
 }
 
+TEST(Controller, StopsFollowingADaemonThatIsSilentForAWhile)
+{
+    constexpr support::Duration kSilence{2500};
+    const support::Folder folder;
+    const std::string shown = folder.file("shown");
+    Panel panel;
+    const auto bringUp = [&] {
+        panel.start({"--cpu", "dual-lite"}, {support::program("velcamd")}, Panel::Reader::kNone);
+        ASSERT_TRUE(panel.awaitOutput("VPU BITRATE")) << panel.output() << panel.errors();
+    };
+    const auto attached = [&](Command arguments) {
+        Command command{support::program("vboard"),   "attach", "--board", panel.board(), "--",
+                        support::program("velcamctl")};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return command;
+    };
+    const auto shows = [&](const char* text) {
+        return support::waitUntil([&] { return support::readFile(shown).find(text) != std::string::npos; });
+    };
+    bringUp();
+    support::Child follower(attached({"status", "--follow"}), shown, folder.file("complaints"));
+    ASSERT_TRUE(shows("state idle")) << support::readFile(folder.file("complaints"));
+    EXPECT_EQ(panel.end(), 0);
+    EXPECT_EQ(follower.wait(kSilence), std::nullopt) << "silence ended it";
+    bringUp();
+    EXPECT_EQ(support::runToEnd(attached({"state", "camera", "1"})).status, 0);
+    EXPECT_TRUE(shows("state camera")) << "the daemon that was started anew is not heard";
+    follower.signal(SIGINT);
+    EXPECT_EQ(follower.wait(), 0);
+    EXPECT_EQ(panel.end(), 0);
+}
+
 TEST(Controller, SaysWhatToDoWhenNoDaemonIsThere)
 {
     Panel panel;
