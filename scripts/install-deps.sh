@@ -4,6 +4,7 @@ set -euo pipefail
 
 declare -rA extras=(
     [--browser]="chromium chromium-driver python3-selenium"
+    [--clang]="clang"
     [--fuzz]="clang libclang-rt-dev"
     [--bench]="libbenchmark-dev valgrind strace gnuplot-nox python3 python3-matplotlib time
         gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-x"
@@ -23,6 +24,7 @@ while (($# > 0)); do
         cat <<END
 usage: ${0##*/} [OPTION...]    installs the missing Debian packages, as root or through sudo without a password
   --browser  also those for looking at the console with a browser (large)
+  --clang    also the other compiler
   --fuzz     also the compiler that brings the fuzzer
   --bench    also what only the benchmarks need: to measure, to draw, and their peers
 END

@@ -15,7 +15,8 @@ usage: run.sh [OPTION...]
                       run until Ctrl-C with a console for the browser, whose address is printed, instead of going
                       through the states; reached from this machine alone unless ADDR says else (default: any port)
   --help
-Exit status 0 when the daemon did what it was asked and its recording is whole, else 1; 2 on bad usage.
+Exit status 0 when the daemon did what it was asked and its recording is whole, else 1; 2 on bad usage, or while another
+run is under way.
 END
 }
 
@@ -70,6 +71,12 @@ if [[ $cpu != quad && $cpu != dual-lite ]]; then
 fi
 
 readonly out=build/run
+mkdir -p "$out"
+exec {lock}>"$out/lock" # the daemon's launcher holds it too, should this script be killed
+if ! flock -n "$lock"; then
+    echo "run.sh: another run of it is under way here, or its board is still up" >&2
+    exit 2
+fi
 if [[ -z $board ]]; then
     board=$out/board
     rm -rf "$board"
@@ -136,11 +143,12 @@ control() {
     "$bin/vboard" attach --board "$board" -- "$bin/velcamctl" "$@"
 }
 
-# The pictures in the recording so far: each is a chunk with this tag, and the header holds the tag once.
+# The pictures in the recording so far.
 pictures() {
-    local count
-    count=$({ grep -a -o 00db "$recording" 2>/dev/null || true; } | wc -l)
-    echo $((count > 0 ? count - 1 : 0))
+    local facts count
+    facts=$("$bin/velcamrec" check --json "$recording" 2>/dev/null) || true # damaged, or not there yet
+    count=$(sed -n 's/.*"frames":\([0-9]*\),.*/\1/p' <<<"$facts")
+    echo "${count:-0}"
 }
 
 progress() {
@@ -190,7 +198,7 @@ start_daemon() {
         if control status >"$reported" 2>/dev/null; then
             # Somebody has to read all the time, as the device's controller does: a daemon whose queue is full waits.
             "$bin/vboard" attach --board "$board" -- "$bin/velcamctl" status --follow \
-                >>"$reported" 2>/dev/null </dev/null &
+                >>"$reported" 2>/dev/null </dev/null {lock}>&- &
             follower=$!
             return 0
         fi
@@ -274,8 +282,7 @@ serve_console() {
 # --- the run
 
 scripts/install-deps.sh
-scripts/build.sh release velcamd velcamctl vboard
-mkdir -p "$out"
+scripts/build.sh release velcamd velcamctl velcamrec vboard
 
 trap cleanup EXIT
 trap 'echo "run.sh: interrupted" >&2; exit 130' INT TERM

@@ -14,19 +14,25 @@ extends it by a hole in the file: it is rotated about every six seconds. Older f
 END
 }
 
+bad_usage() {
+    echo "${0##*/}: $1; see --help" >&2
+    exit 2
+}
+
 preset=release
 seconds=40
 frames=0
 while (($# > 0)); do
     case $1 in
         --help) usage; exit 0 ;;
-        --preset) preset=${2:?"--preset takes a name; see --help"}; shift ;;
+        --preset)
+            (($# > 1)) || bad_usage "--preset takes a name"
+            preset=$2
+            shift
+            ;;
         --day) frames=$((24 * 3600 * 30)); seconds=0 ;;
         *)
-            if [[ ! $1 =~ ^[1-9][0-9]*$ ]]; then
-                echo "${0##*/}: '$1' is no number of seconds; see --help" >&2
-                exit 2
-            fi
+            [[ $1 =~ ^[1-9][0-9]*$ ]] || bad_usage "'$1' is no number of seconds"
             seconds=$1
             ;;
     esac
@@ -64,6 +70,12 @@ child_of() {
     ((${#children[@]} > 0)) && echo "${children[0]}"
 }
 
+# The daemon's process, once it records.
+recording_daemon() {
+    local found
+    found=$(child_of "$board") && [[ $(cat "/proc/$found/comm") == velcamd && -s $recordings/cam.avi ]] && echo "$found"
+}
+
 start() {
     local options=()
     ((frames == 0)) || options=(--devices idle --frames "$frames")
@@ -73,11 +85,11 @@ start() {
     board=$!
     local tries
     for ((tries = 0; tries < 300; ++tries)); do
-        daemon=$(child_of "$board") && [[ $(cat "/proc/$daemon/comm") == velcamd && -s $recordings/cam.avi ]] && break
+        daemon=$(recording_daemon) && break
         kill -0 "$board" 2>/dev/null || fail "the daemon did not start: $(tail -n 3 "$folder/output")"
         sleep 0.1
     done
-    [[ -n ${daemon:-} ]] || fail "the daemon does not record"
+    [[ -n $daemon ]] || fail "the daemon does not record: $(tail -n 3 "$folder/output")"
     # As a controller would: nobody is kept waiting by a full queue.
     "$bin/vboard" attach --board "$folder/board" -- "$bin/velcamctl" status --follow >/dev/null 2>&1 &
     reader=$!

@@ -8,8 +8,17 @@ if [[ ${1:-} == --help ]]; then
     exit 0
 fi
 readonly preset=${1:-release}
+packages=()
+case $preset in
+    release | dev | asan | tsan) ;;
+    clang) packages=(--clang) ;;
+    *)
+        echo "${0##*/}: '$preset' is no preset with tests; see --help" >&2
+        exit 2
+        ;;
+esac
 
-scripts/install-deps.sh
+scripts/install-deps.sh "${packages[@]}"
 scripts/build.sh "$preset"
 
 runner=()
