@@ -60,9 +60,9 @@ private:
 /// A panel computer of one test's own: a virtual board in a temporary folder on which the daemon (or what the
 /// test gives instead) runs as a child process, with the controlling side of its queues.
 ///
-/// Threads:  the test's. Lifetime: start() as often as wanted, end() in between; what still runs at the end
-/// is
-///           killed, the queues are removed, the folder goes.
+/// Threads:  the test's.
+/// Lifetime: start() as often as wanted, end() in between; what still runs at the end is killed, the queues
+///           are removed, the folder goes.
 /// Errors:   the results say; output() and the report tell more.
 class Panel {
 public:
