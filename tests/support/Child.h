@@ -12,6 +12,12 @@ namespace support {
 
 using Command = std::vector<std::string>;
 
+inline Command operator+(Command left, const Command& right)
+{
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
 /// A program of this build by its name: "velcamd", "vboard", "velcamctl".
 std::string program(const std::string& name);
 
@@ -28,8 +34,6 @@ public:
     ~Child();
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
-    Child(Child&&) = delete;
-    Child& operator=(Child&&) = delete;
 
     pid_t id() const { return process_; }
     int output() const { return output_; }

@@ -36,13 +36,10 @@ bool onBoard()
 void repeatOnBoard(const Command& options, Leaves leaves)
 {
     const Folder folder;
-    Command command{program("vboard"),    "run",      "--board",
-                    folder.file("board"), "--report", folder.file("report")};
-    command.insert(command.end(), options.begin(), options.end());
+    const Command command{program("vboard"),    "run",      "--board",
+                          folder.file("board"), "--report", folder.file("report")};
     const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
-    command.insert(command.end(), {"--", self, "--gtest_filter=" + thisTest()});
-
-    const Outcome outcome = runToEnd(command);
+    const Outcome outcome = runToEnd(command + options + Command{"--", self, "--gtest_filter=" + thisTest()});
     const std::string told = outcome.output + outcome.error;
     ASSERT_TRUE(outcome.status.has_value()) << "hung on the board:\n" << told;
     ASSERT_EQ(*outcome.status, 0) << told;

@@ -12,12 +12,6 @@ namespace {
 
 constexpr Duration kQueuePatience{50};
 
-Command operator+(Command left, const Command& right)
-{
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
 }  // namespace
 
 StatusWatch::StatusWatch(const std::string& queueName) : queueName_(queueName), reader_([this] { read(); })
@@ -62,7 +56,7 @@ void StatusWatch::note(const control::Frame& frame)
     }
     const auto status = packet ? control::readStatus(*packet) : std::nullopt;
     if (status) {
-        seen_.push_back({*status, Clock::now()});
+        seen_.push_back({*status, Clock::now(), seen_.size()});
         news_.notify_all();
     }
 }
@@ -95,6 +89,11 @@ Panel::~Panel()
 {
     watch_.reset();
     launcher_.reset();
+    removeQueues();
+}
+
+void Panel::removeQueues() const
+{
     for (const char* name : board::paths::kQueues) {
         ::mq_unlink(queueName(name).c_str());
     }
@@ -110,9 +109,7 @@ void Panel::start(const Command& options, const Command& programAndArguments, Re
 {
     watch_.reset();
     launcher_.reset();
-    for (const char* name : board::paths::kQueues) {
-        ::mq_unlink(queueName(name).c_str());
-    }
+    removeQueues();
     // What an earlier run left is not news of this one.
     for (const char* name : {"output", "errors", "report"}) {
         std::filesystem::remove(folder_.file(name));
@@ -126,6 +123,14 @@ void Panel::start(const Command& options, const Command& programAndArguments, Re
     }
 }
 
+bool Panel::layOutWithPlayer(const std::string& program)
+{
+    const std::filesystem::path player = file("/usr/bin/gst-launch-1.0");
+    std::error_code failed;
+    return layOut() && (std::filesystem::create_directories(player.parent_path(), failed) || !failed) &&
+           std::filesystem::copy_file(program, player, failed);
+}
+
 bool Panel::awaitUp()
 {
     const auto began = Clock::now();
@@ -136,6 +141,21 @@ bool Panel::awaitUp()
         }
     }
     return false;
+}
+
+bool Panel::awaitReports(int count)
+{
+    const auto any = [](const control::Status&) { return true; };
+    while (count > 0 && watch_->await(any, Clock::now())) {
+        --count;
+    }
+    return count == 0;
+}
+
+bool Panel::awaitRecording(bool records)
+{
+    const auto does = [=](const control::Status& status) { return status.isRecording == records; };
+    return watch_->await(does, Clock::now()).has_value();
 }
 
 void Panel::interrupt()
@@ -182,7 +202,7 @@ std::optional<StatusWatch::Seen> Panel::enter(control::MediaState state, const c
 
 bool Panel::awaitOutput(const std::string& text, Duration limit)
 {
-    return waitUntil([&] { return output().find(text) != std::string::npos; }, limit);
+    return waitUntil([&] { return said(text); }, limit);
 }
 
 std::string Panel::output() const

@@ -29,12 +29,11 @@ public:
     ~StatusWatch();
     StatusWatch(const StatusWatch&) = delete;
     StatusWatch& operator=(const StatusWatch&) = delete;
-    StatusWatch(StatusWatch&&) = delete;
-    StatusWatch& operator=(StatusWatch&&) = delete;
 
     struct Seen {
         control::Status status;
         Clock::time_point when;
+        size_t number;  ///< of reports before it
     };
     using Condition = std::function<bool(const control::Status&)>;
 
@@ -70,25 +69,28 @@ public:
     ~Panel();
     Panel(const Panel&) = delete;
     Panel& operator=(const Panel&) = delete;
-    Panel(Panel&&) = delete;
-    Panel& operator=(Panel&&) = delete;
 
     enum class Reader { kWatch, kNone };
 
     /// Lays out the board's files without running anything of the daemon's, so that they can be changed.
     bool layOut(const Command& options = {});
+    /// The same, with a program in the media player's place.
+    bool layOutWithPlayer(const std::string& program);
     /// Starts the daemon (or another program) with options of the launcher.
     void start(const Command& options = {}, const Command& programAndArguments = {program("velcamd")},
                Reader reader = Reader::kWatch);
     /// Waits until the daemon reports; false when it ended or did not come up.
     bool awaitUp();
+    /// Lets the control loop make so many passes, by the reports that end them.
+    bool awaitReports(int count);
+    /// Waits until a status from now on says whether the daemon records.
+    bool awaitRecording(bool records);
     void interrupt();
     /// Interrupts the daemon and waits for its end: its exit status, nothing when it hangs.
     std::optional<int> end(Duration limit = kGenerous);
     /// Waits for an end that comes by itself.
     std::optional<int> awaitEnd(Duration limit = kGenerous);
     bool running();
-    pid_t launcher() const { return launcher_->id(); }
 
     bool request(const control::Packet& packet);
     bool send(const control::Frame& frame);  ///< any bytes
@@ -99,6 +101,7 @@ public:
     /// Waits until standard output holds the text.
     bool awaitOutput(const std::string& text, Duration limit = kGenerous);
     std::string output() const;  ///< standard output so far
+    bool said(const std::string& text) const { return output().find(text) != std::string::npos; }
     std::string errors() const;  ///< standard error so far
     Report report() const;       ///< after the end
 
@@ -114,6 +117,8 @@ public:
     const std::string& board() const { return board_; }
 
 private:
+    void removeQueues() const;
+
     Folder folder_;
     std::string board_;
     std::unique_ptr<Child> launcher_;

@@ -14,11 +14,6 @@ namespace {
 constexpr size_t kTagBytes = 4;
 constexpr size_t kChunkHeaderBytes = 8;
 
-std::string findProgram(const std::string& name)
-{
-    return "/usr/bin/" + name;
-}
-
 uint32_t littleEndian(const std::string& data, size_t offset)
 {
     uint32_t value = 0;
@@ -94,8 +89,8 @@ Png readPng(const std::string& file)
 FrameReader::FrameReader(const std::string& file, int width, int height)
     : width_(width),
       height_(height),
-      decoder_({findProgram("ffmpeg"), "-nostdin", "-v", "error", "-i", file, "-fps_mode", "passthrough",
-                "-f", "rawvideo", "-pix_fmt", "yuv420p", "-"},
+      decoder_({"/usr/bin/ffmpeg", "-nostdin", "-v", "error", "-i", file, "-fps_mode", "passthrough", "-f",
+                "rawvideo", "-pix_fmt", "yuv420p", "-"},
                Child::kPipe, folder_.file("complaints"))
 {
 }
@@ -139,7 +134,6 @@ Recording readRecording(const std::string& file)
     constexpr size_t kHeaderBytes = 792;
     const std::string data = readFile(file);
     Recording recording;
-    recording.bytes = data.size();
     if (data.size() < kHeaderBytes || data.compare(0, kTagBytes, "RIFF") != 0 ||
         data.compare(8, kTagBytes, "AVI ") != 0) {
         return recording;

@@ -33,8 +33,7 @@ struct Frame {
     std::vector<uint8_t> blue, red;
 };
 
-/// Which camera's which frame a part of a picture shows, by the pattern's code; nothing when it cannot be
-/// read.
+/// Which camera's which frame a part of a picture shows, by the pattern's code, if it can be read.
 struct Shown {
     int camera;
     uint32_t frame;
@@ -80,7 +79,6 @@ struct Recording {
     bool wellFormed = false;  ///< header and every chunk up to the end of the file
     int width = 0;
     int height = 0;
-    size_t bytes = 0;
     std::vector<Chunk> chunks;
 };
 Recording readRecording(const std::string& file);

@@ -45,11 +45,6 @@ uint64_t Report::framesDropped(int camera) const
     return number(json_, "/cameras/" + std::to_string(camera - 1) + "/dropped");
 }
 
-uint64_t Report::calls(const std::string& device, const std::string& call) const
-{
-    return number(json_, "/calls/" + device + "/" + call);
-}
-
 std::vector<CallTarget> Report::callTargets() const
 {
     std::vector<CallTarget> result;

@@ -23,7 +23,6 @@ public:
     uint64_t framesEncoded() const;
     uint64_t framesDelivered(int camera) const;  ///< camera 1 to 4
     uint64_t framesDropped(int camera) const;
-    uint64_t calls(const std::string& device, const std::string& call) const;
     /// Every call of the run that could fail; empty unless the launcher was told to list them.
     std::vector<CallTarget> callTargets() const;
     /// How often the faults of the plan fired, all together.

@@ -4,7 +4,6 @@
 // when no function of theirs is on the stack. The counts are kept in the file that WATCH_FILE names
 // (HeapCounts), for another process to read at any time.
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
 #include <malloc.h>
@@ -76,35 +75,11 @@ bool inBoard(uintptr_t address)
     return false;
 }
 
-struct Walk {
-    bool board = false;
-    size_t depth = 0;
-    std::array<uintptr_t, HeapCounts::kFrames> frames{};
-};
-
-_Unwind_Reason_Code step(_Unwind_Context* context, void* argument)
+_Unwind_Reason_Code step(_Unwind_Context* context, void* board)
 {
-    auto& walk = *static_cast<Walk*>(argument);
-    const auto address = static_cast<uintptr_t>(_Unwind_GetIP(context));
-    if (walk.depth < walk.frames.size()) {
-        walk.frames[walk.depth++] = address;
-    }
-    walk.board = walk.board || inBoard(address);
-    return walk.board ? _URC_END_OF_STACK : _URC_NO_REASON;
-}
-
-/// Keeps for a failing test where the last allocation of the main thread came from.
-void noteCallers(const Walk& walk)
-{
-    for (size_t i = 0; i < walk.depth; ++i) {
-        Dl_info where = {};
-        const bool known = dladdr(reinterpret_cast<void*>(walk.frames[i]), &where) != 0;
-        counts->lastOffsets[i] =
-            known ? walk.frames[i] - reinterpret_cast<uintptr_t>(where.dli_fbase) : walk.frames[i];
-        std::strncpy(counts->lastObjects[i], known ? where.dli_fname : "?",
-                     sizeof(counts->lastObjects[i]) - 1);
-    }
-    counts->lastDepth = static_cast<uint32_t>(walk.depth);
+    const bool found = inBoard(static_cast<uintptr_t>(_Unwind_GetIP(context)));
+    *static_cast<bool*>(board) = found;
+    return found ? _URC_END_OF_STACK : _URC_NO_REASON;
 }
 
 void note()
@@ -113,15 +88,9 @@ void note()
         return;
     }
     looking = true;  // the unwinder may allocate
-    Walk walk;
-    _Unwind_Backtrace(step, &walk);
-    if (!walk.board) {
-        const bool isMain = syscall(SYS_gettid) == getpid();
-        ++(isMain ? counts->mainThread : counts->otherThreads);
-        if (isMain) {
-            noteCallers(walk);
-        }
-    }
+    bool board = false;
+    _Unwind_Backtrace(step, &board);
+    counts->mainThread += !board && syscall(SYS_gettid) == getpid() ? 1U : 0U;
     looking = false;
 }
 

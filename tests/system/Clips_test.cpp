@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <csignal>
 #include <limits>
 
 #include "Scenes.h"
@@ -106,19 +105,12 @@ protected:
         }
     }
 
-    Command cameras() const
+    void record(const std::string& pace, int frames)
     {
-        Command options;
+        Command options{"--fps", pace, "--frames", std::to_string(frames)};
         for (size_t i = 0; i < files_.size(); ++i) {
             options.insert(options.end(), {"--camera", std::to_string(i + 1) + "=file:" + files_[i]});
         }
-        return options;
-    }
-
-    void record(const std::string& pace, int frames)
-    {
-        Command options = cameras();
-        options.insert(options.end(), {"--fps", pace, "--frames", std::to_string(frames)});
         panel_.start(options);
         ASSERT_EQ(panel_.awaitEnd(), 0) << panel_.output() << panel_.errors();
     }
@@ -185,56 +177,23 @@ TEST_F(Clips, EveryPictureOfEveryFilmIsRecordedOnceInItsTileAndLooksLikeIt)
     constexpr int kLooped = 90;
     constexpr int kTwentySeconds = 600;
     ASSERT_NO_FATAL_FAILURE(
-        record(scenes::isLong() ? "30" : "max", scenes::isLong() ? kTwentySeconds : kLooped));
+        record(support::isLong() ? "30" : "max", support::isLong() ? kTwentySeconds : kLooped));
     std::vector<Tile> tiles;
     for (const Rectangle& place : scenes::quad().tiles) {
         tiles.push_back({place, tiles.size()});
     }
     const int frames = compare(tiles);
-    ASSERT_GE(frames, (scenes::isLong() ? kTwentySeconds : kLooped) - 3);
+    ASSERT_GE(frames, (support::isLong() ? kTwentySeconds : kLooped) - 3);
     for (const Tile& tile : tiles) {
         constexpr double kRecognisable = 24;
         const double quality = decibel(tile.sum / std::max(frames, 1));
         const std::string camera = std::to_string(tile.number + 1);
-        RecordProperty("psnr" + camera, std::to_string(quality));
         std::printf(
             "camera %s: %.1f dB over %d pictures, %lu dropped\n", camera.c_str(), quality, frames,
             static_cast<unsigned long>(panel_.report().framesDropped(static_cast<int>(tile.number) + 1)));
         EXPECT_GE(quality, kRecognisable);
         EXPECT_EQ(panel_.report().framesDropped(static_cast<int>(tile.number) + 1), 0U);
     }
-}
-
-/// The child of a process whose command line holds a text, -1 when there is none.
-pid_t childWith(pid_t parent, const std::string& text)
-{
-    const std::string task = "/proc/" + std::to_string(parent);
-    std::istringstream children(support::readFile(task + "/task/" + std::to_string(parent) + "/children"));
-    for (pid_t child = -1; children >> child;) {
-        if (support::readFile("/proc/" + std::to_string(child) + "/cmdline").find(text) !=
-            std::string::npos) {
-            return child;
-        }
-    }
-    return -1;
-}
-
-TEST_F(Clips, ACameraWhoseDecoderIsLostFailsLikeOneThatIsUnplugged)
-{
-    Command options = cameras();
-    options.insert(options.end(), {"--cpu", "dual-lite"});
-    panel_.start(options);
-    ASSERT_TRUE(panel_.awaitUp());
-    ASSERT_TRUE(support::waitUntil([this] { return std::filesystem::exists(panel_.recording()); }));
-    const pid_t decoder = childWith(panel_.launcher(), files_[1]);
-    ASSERT_GT(decoder, 0);
-    ASSERT_EQ(::kill(decoder, SIGKILL), 0);
-    EXPECT_EQ(panel_.awaitEnd(), 0) << panel_.output();
-    EXPECT_NE(panel_.output().find("Could not dequeue buffer from camera channel #2"), std::string::npos)
-        << panel_.output();
-    EXPECT_NE(panel_.errors().find("the source of camera 2 has ended"), std::string::npos) << panel_.errors();
-    EXPECT_TRUE(panel_.report().refused().empty());
-    EXPECT_TRUE(support::readRecording(panel_.recording()).wellFormed);
 }
 
 }  // namespace
