@@ -12,6 +12,7 @@ namespace {
 
 using control::MediaState;
 using support::Duration;
+using support::operator+;
 
 constexpr Duration kPatience{6000 * scenes::kSlowness};    // for an answer, which takes 0.2 s
 constexpr Duration kAllowance{20000 * scenes::kSlowness};  // for an end: two hung frames take 8.4 s
@@ -60,10 +61,7 @@ Kept readKept(const std::string& file)
 
 Drive::Drive(const std::string& player)
 {
-    EXPECT_TRUE(panel_.layOut());
-    const std::filesystem::path there = panel_.file("/usr/bin/gst-launch-1.0");
-    std::filesystem::create_directories(there.parent_path());
-    std::filesystem::copy_file(player, there);
+    EXPECT_TRUE(panel_.layOutWithPlayer(player));
 }
 
 void Drive::clean()
@@ -95,9 +93,7 @@ bool Drive::follow(const control::Packet& packet, const char* said)
     if (!panel_.request(packet)) {
         return false;
     }
-    const auto followed = [&] {
-        return !panel_.running() || panel_.output().find(said) != std::string::npos;
-    };
+    const auto followed = [&] { return !panel_.running() || panel_.said(said); };
     if (said != nullptr && !support::waitUntil(followed, kPatience)) {
         return false;
     }
@@ -132,15 +128,11 @@ void Drive::awaitFrames()
 Result Drive::run(const support::Command& options)
 {
     clean();
-    support::Command all{"--fps", "25", "--codec-preset", "ultrafast"};
-    all.insert(all.end(), options.begin(), options.end());
-    panel_.start(all);
+    panel_.start(support::Command{"--fps", "25", "--codec-preset", "ultrafast"} + options);
     reports_ = true;
 
     Result result;
-    const auto begun = [&] {
-        return !panel_.running() || panel_.output().find("(core): Started core thread") != std::string::npos;
-    };
+    const auto begun = [&] { return !panel_.running() || panel_.said("(core): Started core thread"); };
     result.answered = support::waitUntil(begun, kAllowance) && panel_.running() && followAll();
     result.finished = panel_.running();
     result.status = panel_.running() ? panel_.end(kAllowance) : panel_.awaitEnd(kAllowance);

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <tuple>
 
 #include "Drive.h"
 #include "Plan.h"
@@ -17,18 +18,13 @@ using faults::Fault;
 /// Slices run side by side; each takes its share of the plan.
 constexpr unsigned kSlices = 4;
 
-struct Slice {
-    const char* cpu;
-    unsigned number;
-};
-
 /// One fault in so many is tried: VELCAM_FAULT_SHARE=N; all with VELCAM_LONG=1.
 unsigned share()
 {
     constexpr unsigned long kUsual = 40;
     constexpr unsigned long kSanitized = 240;
     constexpr int kDecimal = 10;
-    if (scenes::isLong()) {
+    if (support::isLong()) {
         return 1;
     }
     const char* given = std::getenv("VELCAM_FAULT_SHARE");  // NOLINT(concurrency-mt-unsafe): nobody sets it
@@ -36,11 +32,14 @@ unsigned share()
     return static_cast<unsigned>(asked != 0 ? asked : scenes::kSlowness == 1 ? kUsual : kSanitized);
 }
 
-class EveryCall : public testing::TestWithParam<Slice> {
+class EveryCall : public testing::TestWithParam<std::tuple<std::string, unsigned>> {
 protected:
+    static const std::string& cpu() { return std::get<0>(GetParam()); }
+    static unsigned slice() { return std::get<1>(GetParam()); }
+
     std::vector<Fault> plan()
     {
-        const auto result = drive_.run({"--cpu", GetParam().cpu, "--list-calls"});
+        const auto result = drive_.run({"--cpu", cpu(), "--list-calls"});
         EXPECT_EQ(faults::judge({"none", "none", faults::When::kFirst, 1, "EINTR"}, result),
                   std::vector<std::string>())
             << result.output << result.errors;
@@ -49,7 +48,7 @@ protected:
 
     void attempt(const Fault& fault)
     {
-        const auto result = drive_.run({"--cpu", GetParam().cpu, "--fault", fault.rule()});
+        const auto result = drive_.run({"--cpu", cpu(), "--fault", fault.rule()});
         ++tried_;
         if (result.status && result.report.faultsFired() == 0) {
             ++outcomes_["did not come up"];
@@ -67,8 +66,8 @@ protected:
     /// One line for a machine.
     void sumUp(size_t planned) const
     {
-        const nlohmann::json summary{{"cpu", GetParam().cpu},
-                                     {"slice", GetParam().number},
+        const nlohmann::json summary{{"cpu", cpu()},
+                                     {"slice", slice()},
                                      {"planned", planned},
                                      {"tried", tried_},
                                      {"outcomes", outcomes_}};
@@ -87,7 +86,7 @@ TEST_P(EveryCall, CrashesHangsLeaksOrStaysSilentWhenItFails)
     EXPECT_GT(all.size(), kAtLeast) << "the board listed too little";
     size_t planned = 0;
     for (const Fault& fault : all) {
-        if (fault.lot() % kSlices != GetParam().number) {
+        if (fault.lot() % kSlices != slice()) {
             continue;
         }
         ++planned;
@@ -98,21 +97,12 @@ TEST_P(EveryCall, CrashesHangsLeaksOrStaysSilentWhenItFails)
     sumUp(planned);
 }
 
-std::vector<Slice> slices()
-{
-    std::vector<Slice> all;
-    for (const char* cpu : {"quad", "dual-lite"}) {
-        for (unsigned number = 0; number < kSlices; ++number) {
-            all.push_back({cpu, number});
-        }
-    }
-    return all;
-}
-
-INSTANTIATE_TEST_SUITE_P(On, EveryCall, testing::ValuesIn(slices()), [](const auto& chosen) {
-    std::string name = chosen.param.cpu;
-    name.erase(std::remove(name.begin(), name.end(), '-'), name.end());
-    return name + std::to_string(chosen.param.number);
-});
+INSTANTIATE_TEST_SUITE_P(On, EveryCall,
+                         testing::Combine(testing::Values("quad", "dual-lite"), testing::Range(0U, kSlices)),
+                         [](const auto& chosen) {
+                             std::string name = std::get<0>(chosen.param);
+                             name.erase(std::remove(name.begin(), name.end(), '-'), name.end());
+                             return name + std::to_string(std::get<1>(chosen.param));
+                         });
 
 }  // namespace
