@@ -31,12 +31,6 @@ uint32_t sizeAt(const std::string& data, size_t at)
 
 }  // namespace
 
-bool isLong()
-{
-    const char* value = std::getenv("VELCAM_LONG");  // NOLINT(concurrency-mt-unsafe): nobody sets it
-    return value != nullptr && std::string(value) == "1";
-}
-
 void Ledger::closeRun()
 {
     const std::string data = support::readFile(file_);
@@ -77,12 +71,12 @@ void Ledger::tear(const std::string& data, size_t at)
                      : 0U;
 }
 
-std::vector<Place> Ledger::missing() const
+std::vector<Place> missingIn(const std::vector<Place>& found, const std::vector<Place>& wanted, off_t upTo)
 {
-    const std::vector<Place> found = chunksFound(file_);
     std::vector<Place> missing;
-    std::copy_if(chunks_.begin(), chunks_.end(), std::back_inserter(missing), [&](const Place& place) {
-        return std::find(found.begin(), found.end(), place) == found.end();
+    std::copy_if(wanted.begin(), wanted.end(), std::back_inserter(missing), [&](const Place& place) {
+        return place.offset + static_cast<off_t>(kHeadBytes + place.size) <= upTo &&
+               std::find(found.begin(), found.end(), place) == found.end();
     });
     return missing;
 }

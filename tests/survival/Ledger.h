@@ -3,15 +3,13 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
 #include "support/Child.h"
 
 namespace survival {
-
-/// Whether the long forms are asked for (VELCAM_LONG=1).
-bool isLong();
 
 /// A frame's chunk in a recording.
 struct Place {
@@ -21,8 +19,14 @@ struct Place {
     bool operator==(const Place& other) const { return offset == other.offset && size == other.size; }
 };
 
-/// What a recording must hold after runs that ended in any way: every chunk that a run has written as a
-/// whole.
+/// The chunks that velcamrec finds in a file.
+std::vector<Place> chunksFound(const std::string& file);
+
+/// Which of the wanted chunks that end up to an offset are not among those found.
+std::vector<Place> missingIn(const std::vector<Place>& found, const std::vector<Place>& wanted,
+                             off_t upTo = std::numeric_limits<off_t>::max());
+
+/// What a recording must hold after runs that ended in any way: every chunk that was written as a whole.
 ///
 /// Found by the format's own words, from where each run began to where it was torn off, so that nothing
 /// depends on a reader that has to find its way behind a tear.
@@ -34,14 +38,12 @@ public:
     void closeRun();
 
     /// The chunks that velcamrec does not find.
-    std::vector<Place> missing() const;
+    std::vector<Place> missing() const { return missingIn(chunksFound(file_), chunks_); }
 
     const std::vector<Place>& chunks() const { return chunks_; }
     size_t tears() const { return tears_; }  ///< runs whose end is not that of a chunk
-    size_t unpadded() const
-    {
-        return unpadded_;
-    }  ///< of these, ends that lack only padding: the frame is whole
+    /// Of these, ends that lack only padding: the frame is whole.
+    size_t unpadded() const { return unpadded_; }
     /// Chunks that begin within what a torn one says to be its own: gone for whoever believes it.
     size_t swallowed() const { return swallowed_; }
 
@@ -57,9 +59,6 @@ private:
     size_t end_ = 0;
     size_t claimed_ = 0;  // by torn chunks: up to where
 };
-
-/// The chunks that velcamrec finds in a file.
-std::vector<Place> chunksFound(const std::string& file);
 
 /// What playing a file came to.
 struct Playing {

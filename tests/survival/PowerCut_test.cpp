@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <limits>
 #include <map>
 #include <random>
 
@@ -23,10 +22,12 @@ using control::MediaState;
 using medium::Journal;
 using medium::Medium;
 using support::Panel;
+using survival::missingIn;
 using survival::Place;
 
 const std::string kFolder = "/velmarine/f/camrecord/";
 const std::string kRecording = kFolder + "cam.avi";
+const std::vector<Place> kNothing;
 
 /// One pass of the write-back in a journal: from its first call to the end of its last.
 struct Pass {
@@ -140,19 +141,21 @@ public:
         return places;
     }
 
+    /// The same, and what was written up to `safe` is there before and after it, and what is new.
+    std::vector<Place> continueAfter(const std::string& file, const std::vector<Place>& written,
+                                     off_t safe) const
+    {
+        EXPECT_EQ(missingIn(survival::chunksFound(file), written, safe), kNothing);
+        const auto appended = appendTo(file);
+        const auto found = survival::chunksFound(file);
+        EXPECT_EQ(missingIn(found, written, safe), kNothing) << "after the next run";
+        EXPECT_EQ(missingIn(found, appended), kNothing) << "of the next run";
+        return appended;
+    }
+
 private:
     std::vector<std::string> frames_;  // the first one with its codec header
 };
-
-/// Which of the wanted chunks that end before an offset are not among those found.
-size_t missingIn(const std::vector<Place>& found, const std::vector<Place>& wanted, off_t before)
-{
-    constexpr off_t kHeadBytes = 8;
-    return static_cast<size_t>(std::count_if(wanted.begin(), wanted.end(), [&](const Place& place) {
-        const bool safe = place.offset + kHeadBytes + static_cast<off_t>(place.size) <= before;
-        return safe && std::find(found.begin(), found.end(), place) == found.end();
-    }));
-}
 
 class PowerCut : public testing::Test {
 protected:
@@ -160,14 +163,6 @@ protected:
     {
         panel_.start({"--cpu", "quad", "--journal"});
         ASSERT_TRUE(panel_.awaitUp()) << panel_.output() << panel_.errors();
-    }
-
-    void awaitReports(int count)
-    {
-        for (int report = 0; report < count; ++report) {
-            ASSERT_TRUE(
-                panel_.watch().await([](const control::Status&) { return true; }, support::Clock::now()));
-        }
     }
 
     /// Cuts the power at many moments of the run that is over, and has `judge` look at what is left.
@@ -212,47 +207,38 @@ TEST_F(PowerCut, TakesNothingOlderThanAPassAndTheNextRunGoesOn)
     const auto former = support::readRecording(panel_.recording()).chunks;
     std::filesystem::resize_file(panel_.recording(), former.at(kFormerFrames).offset);
     bringUp();
-    awaitReports(kSeveralSeconds / 3);
+    ASSERT_TRUE(panel_.awaitReports(kSeveralSeconds / 3));
     ASSERT_TRUE(panel_.enter(MediaState::kTransfer));  // closes the recording
-    awaitReports(kSeveralSeconds / 3);
+    ASSERT_TRUE(panel_.awaitReports(kSeveralSeconds / 3));
     ASSERT_TRUE(panel_.enter(MediaState::kCamera, {1}));
-    awaitReports(kSeveralSeconds / 3);
+    ASSERT_TRUE(panel_.awaitReports(kSeveralSeconds / 3));
     ASSERT_EQ(panel_.end(), 0) << panel_.errors();
     EXPECT_GE(JournaledRun(panel_).passes().size(), kLeastPasses);
 
     const auto written = survival::chunksFound(panel_.recording());
     const NextRun next;
     size_t judged = 0;
-    cutAtManyMoments(
-        "recording", survival::isLong() ? 1000 : 60, [&](const auto& run, size_t risk, const auto& image) {
-            const std::string file = image + kRecording;
-            const off_t safe = run.bytesBefore(risk);
-            EXPECT_EQ(missingIn(survival::chunksFound(file), written, safe), 0U);
-            const auto appended = next.appendTo(file);
-            const auto found = survival::chunksFound(file);
-            EXPECT_EQ(missingIn(found, written, safe), 0U) << "after the next run";
-            EXPECT_EQ(missingIn(found, appended, std::numeric_limits<off_t>::max()), 0U) << "of the next run";
-            if (judged++ % 12 == 0) {
-                EXPECT_GE(survival::playRepaired(file).readableAtEnd, appended.size());
-            }
-        });
+    cutAtManyMoments("recording", support::isLong() ? 1000 : 60,
+                     [&](const auto& run, size_t risk, const auto& image) {
+                         const std::string file = image + kRecording;
+                         const auto appended = next.continueAfter(file, written, run.bytesBefore(risk));
+                         if (judged++ % 12 == 0) {
+                             EXPECT_GE(survival::playRepaired(file).readableAtEnd, appended.size());
+                         }
+                     });
 }
 
 TEST_F(PowerCut, TakesAFileThatIsNewOrItsHeader)
 {
     bringUp();
-    awaitReports(kSeveralSeconds / 3);
+    ASSERT_TRUE(panel_.awaitReports(kSeveralSeconds / 3));
     ASSERT_EQ(panel_.end(), 0) << panel_.errors();
     const auto written = survival::chunksFound(panel_.recording());
     const NextRun next;
-    cutAtManyMoments(
-        "newFile", survival::isLong() ? 1000 : 60, [&](const auto& run, size_t risk, const auto& image) {
-            const std::string file = image + kRecording;
-            EXPECT_EQ(missingIn(survival::chunksFound(file), written, run.bytesBefore(risk)), 0U);
-            const auto appended = next.appendTo(file);
-            EXPECT_EQ(missingIn(survival::chunksFound(file), appended, std::numeric_limits<off_t>::max()),
-                      0U);
-        });
+    cutAtManyMoments("newFile", support::isLong() ? 1000 : 60,
+                     [&](const auto& run, size_t risk, const auto& image) {
+                         next.continueAfter(image + kRecording, written, run.bytesBefore(risk));
+                     });
 }
 
 TEST_F(PowerCut, TakesARecordingOrAGenerationThatIsBeingRotated)
@@ -265,12 +251,12 @@ TEST_F(PowerCut, TakesARecordingOrAGenerationThatIsBeingRotated)
     ASSERT_TRUE(support::writeFile(panel_.recording() + ".07.avi", "was 7"));
     bringUp();
     ASSERT_TRUE(support::waitUntil([&] { return std::filesystem::exists(panel_.recording() + ".01.avi"); }));
-    awaitReports(kSeveralSeconds / 3);
+    ASSERT_TRUE(panel_.awaitReports(kSeveralSeconds / 3));
     ASSERT_EQ(panel_.end(), 0) << panel_.errors();
 
     const auto written = survival::chunksFound(panel_.recording());
     cutAtManyMoments(
-        "rotation", survival::isLong() ? 300 : 60, [&](const auto& run, size_t risk, const auto& image) {
+        "rotation", support::isLong() ? 300 : 60, [&](const auto& run, size_t risk, const auto& image) {
             std::map<std::string, int> contents;
             int due = 0;
             for (const auto& entry : std::filesystem::directory_iterator(image + kFolder)) {
@@ -282,7 +268,7 @@ TEST_F(PowerCut, TakesARecordingOrAGenerationThatIsBeingRotated)
             EXPECT_EQ(contents["was 7"], 1);
             const off_t safe = run.bytesBefore(risk);
             if (safe < static_cast<off_t>(kDue)) {  // of the file after the rotation
-                EXPECT_EQ(missingIn(survival::chunksFound(image + kRecording), written, safe), 0U);
+                EXPECT_EQ(missingIn(survival::chunksFound(image + kRecording), written, safe), kNothing);
             }
         });
 }
@@ -290,10 +276,10 @@ TEST_F(PowerCut, TakesARecordingOrAGenerationThatIsBeingRotated)
 TEST_F(PowerCut, IsFollowedByARunOfTheDaemonThatRecordsOn)
 {
     bringUp();
-    awaitReports(kSeveralSeconds / 2);
+    ASSERT_TRUE(panel_.awaitReports(kSeveralSeconds / 2));
     ASSERT_EQ(panel_.end(), 0) << panel_.errors();
     const auto written = survival::chunksFound(panel_.recording());
-    cutAtManyMoments("daemon", survival::isLong() ? 30 : 3,
+    cutAtManyMoments("daemon", support::isLong() ? 30 : 3,
                      [&](const auto& run, size_t risk, const auto& image) {
                          Panel after;
                          ASSERT_TRUE(after.layOut());
@@ -302,7 +288,7 @@ TEST_F(PowerCut, IsFollowedByARunOfTheDaemonThatRecordsOn)
                          after.start({"--cpu", "quad", "--fps", "max", "--frames", "30"});
                          ASSERT_EQ(after.awaitEnd(), 0) << after.errors();
                          const auto found = survival::chunksFound(after.recording());
-                         EXPECT_EQ(missingIn(found, written, run.bytesBefore(risk)), 0U);
+                         EXPECT_EQ(missingIn(found, written, run.bytesBefore(risk)), kNothing);
                          constexpr size_t kLeastFrames = 25;
                          EXPECT_GE(survival::playRepaired(after.recording()).readableAtEnd, kLeastFrames);
                      });
