@@ -8,8 +8,7 @@
 
 namespace fuzz {
 
-/// Small decisions and pieces of text, taken from the front of an input; zeros and nothing when it is used
-/// up.
+/// Small decisions and pieces of text from the front of an input; zeros and nothing when it is used up.
 class Input {
 public:
     explicit Input(std::string_view bytes) : rest_(bytes) {}

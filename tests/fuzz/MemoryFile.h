@@ -10,8 +10,7 @@
 
 namespace fuzz {
 
-/// A file without a folder, for what takes a path: nothing reaches a disk, so that thousands are made a
-/// second.
+/// A file without a folder, for what takes a path: no disk is reached, so thousands are made a second.
 class MemoryFile {
 public:
     explicit MemoryFile(std::string_view content) : file_(::memfd_create("fuzz", MFD_CLOEXEC))
@@ -30,8 +29,6 @@ public:
     ~MemoryFile() { ::close(file_); }
     MemoryFile(const MemoryFile&) = delete;
     MemoryFile& operator=(const MemoryFile&) = delete;
-    MemoryFile(MemoryFile&&) = delete;
-    MemoryFile& operator=(MemoryFile&&) = delete;
 
     std::string path() const { return "/proc/self/fd/" + std::to_string(file_); }
 

@@ -19,19 +19,10 @@ constexpr size_t kFrameMax = 300;           // bytes
 
 constexpr VideoWriter::VIDEO_FORMAT kFormat{30, 10000000, 1440, 990, VideoWriter::H264};
 
-std::string littleEndian(size_t value)
-{
-    std::string bytes;
-    for (unsigned shift = 0; shift < 32; shift += 8) {
-        bytes += static_cast<char>(value >> shift);
-    }
-    return bytes;
-}
-
 std::string chunk(const std::string& data)
 {
     const std::string padding((4 - data.size() % 4) % 4, '\0');
-    return "00db" + littleEndian(data.size() + padding.size()) + data + padding;
+    return "00db" + recordings::littleEndian(data.size() + padding.size()) + data + padding;
 }
 
 /// The first session's header, as one writer left it; the others are compared with it.

@@ -12,13 +12,12 @@ namespace {
 using recordings::Tape;
 using support::Command;
 using support::Folder;
+using support::operator+;
 using support::Outcome;
 
 Outcome velcamrec(const Command& arguments)
 {
-    Command command{support::program("velcamrec")};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return support::runToEnd(command);
+    return support::runToEnd(Command{support::program("velcamrec")} + arguments);
 }
 
 TEST(CommandLine, AnswersBadUsageWithOneLineAndStatus2)
@@ -73,8 +72,10 @@ TEST(CommandLine, SaysInOneLineWhatCannotBeDone)
     Tape tape;
     tape.session(4);
     support::writeFile(folder.file("there.avi"), "precious");
+    recordings::writeOld(folder.file("junk"), std::string(recording::kHeaderBytes, 'j'));
     for (const Command& arguments : std::vector<Command>{
              {"repair", tape.path(), "-o", folder.file("there.avi")},
+             {"repair", folder.file("junk"), "-o", folder.file("out.avi")},
              {"index", tape.path(), "-o", folder.file("there.avi")},
              {"index", folder.file("none.avi"), "-o", folder.file("out.avi")},
              {"index", tape.path(), "-o", folder.file("none/out.avi")},
@@ -88,7 +89,7 @@ TEST(CommandLine, SaysInOneLineWhatCannotBeDone)
         EXPECT_EQ(std::count(outcome.error.begin(), outcome.error.end(), '\n'), 1) << outcome.error;
     }
     const auto files = std::filesystem::directory_iterator(folder.path());
-    EXPECT_EQ(std::distance(begin(files), end(files)), 1) << "something was left behind";
+    EXPECT_EQ(std::distance(begin(files), end(files)), 2) << "something was left behind";
     EXPECT_EQ(support::readFile(folder.file("there.avi")), "precious");
 }
 

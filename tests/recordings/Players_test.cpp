@@ -14,6 +14,7 @@ namespace {
 
 using support::Command;
 using support::Folder;
+using support::operator+;
 
 constexpr size_t kKeyFrames = 300;     // from one to the next within a run
 constexpr uintmax_t kBegun = 100'000;  // bytes of a recording that has a few frames
@@ -40,10 +41,8 @@ std::vector<std::string> pictures(const std::string& file, Complaints complaints
 
 std::string probe(const std::string& file, const Command& questions)
 {
-    Command command{"/usr/bin/ffprobe", "-v", "error", "-of", "csv=p=0"};
-    command.insert(command.end(), questions.begin(), questions.end());
-    command.push_back(file);
-    const auto outcome = support::runToEnd(command);
+    const auto outcome = support::runToEnd(Command{"/usr/bin/ffprobe", "-v", "error", "-of", "csv=p=0"} +
+                                           questions + Command{file});
     EXPECT_EQ(outcome.status, 0) << outcome.error;
     return outcome.output;
 }
@@ -59,7 +58,7 @@ std::string streamOf(const std::string& file, const Folder& folder)
     return support::readFile(out);
 }
 
-class Players : public ::testing::TestWithParam<const char*> {
+class RealRecording : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -75,7 +74,7 @@ protected:
     }
 
     std::string input() const { return recordings::sample().path; }
-    std::string output() const { return folder_.file(std::string("out.") + GetParam()); }
+    virtual std::string output() const { return folder_.file("out.avi"); }
     const Folder& folder() const { return folder_; }
 
     size_t frames_ = 0;
@@ -84,6 +83,11 @@ protected:
 
 private:
     Folder folder_;
+};
+
+class Players : public RealRecording, public ::testing::WithParamInterface<const char*> {
+protected:
+    std::string output() const override { return folder().file(std::string("out.") + GetParam()); }
 };
 
 TEST_P(Players, SeeEveryFrameOfAnIndexedFileUnchanged)
@@ -97,7 +101,7 @@ TEST_P(Players, SeeEveryFrameOfAnIndexedFileUnchanged)
     EXPECT_TRUE(streamOf(output(), folder()) == stream) << "the coded bytes differ";
 }
 
-TEST_P(Players, KnowLengthRateAndKeyFramesOfAnIndexedFile)
+TEST_P(Players, KnowLengthRateAndKeyFramesOfAnIndexedFileAndSeekInIt)
 {
     ASSERT_EQ(recording::runIndex({input(), output(), false}), 0);
     const double seconds = std::stod(probe(output(), {"-show_entries", "format=duration"}));
@@ -111,11 +115,7 @@ TEST_P(Players, KnowLengthRateAndKeyFramesOfAnIndexedFile)
         keys += line[0] == 'K' ? std::to_string(frame) + " " : "";
     }
     EXPECT_EQ(keys, "0 300 " + std::to_string(second_) + " " + std::to_string(second_ + kKeyFrames) + " ");
-}
 
-TEST_P(Players, SeekInAnIndexedFileToTheFrameAskedFor)
-{
-    ASSERT_EQ(recording::runIndex({input(), output(), false}), 0);
     const auto outcome = support::runToEnd({"/usr/bin/ffmpeg", "-nostdin", "-v", "error", "-ss", "21", "-i",
                                             output(), "-frames:v", "1", "-y", folder().file("seen.png")});
     ASSERT_EQ(outcome.status, 0) << outcome.error;
@@ -182,12 +182,7 @@ TEST(SkippedFrames, AreTakenForDamageOrMoveTheFramesBehindThem)
     }
 }
 
-class RealRecording : public Players {};
-
-INSTANTIATE_TEST_SUITE_P(A, RealRecording, ::testing::Values("avi"),
-                         [](const auto& one) { return std::string(one.param); });
-
-TEST_P(RealRecording, IsFoundSound)
+TEST_F(RealRecording, IsFoundSound)
 {
     testing::internal::CaptureStdout();
     const int status = recording::runCheck({{input()}, false});
@@ -198,7 +193,7 @@ TEST_P(RealRecording, IsFoundSound)
                         recording::clockText(static_cast<double>(frames_) / 30) + "\n");
 }
 
-TEST_P(RealRecording, KeepsEveryWholeFrameWhenATornOneIsTakenOut)
+TEST_F(RealRecording, KeepsEveryWholeFrameWhenATornOneIsTakenOut)
 {
     const auto walked = recordings::walk(input());
     ASSERT_EQ(walked.frames.size(), frames_);
@@ -215,7 +210,7 @@ TEST_P(RealRecording, KeepsEveryWholeFrameWhenATornOneIsTakenOut)
     EXPECT_EQ(recordings::walk(output()).frames, frames);
 }
 
-TEST_P(RealRecording, GivesAHeaderTheSizeOfItsPictureAgain)
+TEST_F(RealRecording, GivesAHeaderTheSizeOfItsPictureAgain)
 {
     const std::string damaged = folder().file("damaged.avi");
     const std::string content = support::readFile(input());
@@ -224,7 +219,7 @@ TEST_P(RealRecording, GivesAHeaderTheSizeOfItsPictureAgain)
     EXPECT_TRUE(support::readFile(output()) == content);
 }
 
-TEST_P(RealRecording, ShowsInAGrabTheCameraAndTheMomentAskedFor)
+TEST_F(RealRecording, ShowsInAGrabTheCameraAndTheMomentAskedFor)
 {
     const std::string first = folder().file("first.png");
     const std::string later = folder().file("later.png");
@@ -240,7 +235,7 @@ TEST_P(RealRecording, ShowsInAGrabTheCameraAndTheMomentAskedFor)
     }
 }
 
-TEST_P(RealRecording, IsReadWhileTheDaemonWritesIt)
+TEST_F(RealRecording, IsReadWhileTheDaemonWritesIt)
 {
     const std::string board = folder().file("board");
     const std::string live = board + "/root/velmarine/f/camrecord/cam.avi";

@@ -22,6 +22,15 @@ std::string frame(bool key, unsigned seed, size_t bytes)
     return data;
 }
 
+std::string littleEndian(size_t size)
+{
+    std::string bytes;
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+        bytes += static_cast<char>(size >> shift);
+    }
+    return bytes;
+}
+
 const std::string& codecHeader()
 {
     static const std::string header("\0\0\0\1\x67\x42\xc0\x28\xda\x01\x68\x1f\0\0\0\1\x68\xce\x30\xa4", 20);
@@ -121,11 +130,11 @@ std::vector<recording::Finding> findings(const std::string& path)
     return found;
 }
 
-void writeOld(const std::string& path, const std::string& content)
+void writeOld(const std::string& path, const std::string& content, std::time_t lastChange)
 {
     support::writeFile(path, content);
-    const std::array<timespec, 2> longAgo{timespec{1'000'000'000, 0}, timespec{1'000'000'000, 0}};
-    ::utimensat(AT_FDCWD, path.c_str(), longAgo.data(), 0);
+    const std::array<timespec, 2> times{timespec{lastChange, 0}, timespec{lastChange, 0}};
+    ::utimensat(AT_FDCWD, path.c_str(), times.data(), 0);
 }
 
 }  // namespace recordings

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,9 @@ namespace recordings {
 
 /// A frame that breaks no rule of H.264's byte stream, though no decoder can show it.
 std::string frame(bool key, unsigned seed, size_t bytes);
+
+/// A size as chunks carry it.
+std::string littleEndian(size_t size);
 
 /// The codec header of every session that a Tape records.
 const std::string& codecHeader();
@@ -52,6 +56,6 @@ Walk walk(const std::string& path, recording::Depth depth = recording::Depth::kB
 std::vector<recording::Finding> findings(const std::string& path);
 
 /// A file that was last changed long ago: nobody is waited for who may be writing it.
-void writeOld(const std::string& path, const std::string& content);
+void writeOld(const std::string& path, const std::string& content, std::time_t lastChange = 1'000'000'000);
 
 }  // namespace recordings

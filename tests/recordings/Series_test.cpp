@@ -1,10 +1,7 @@
 #include "Series.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <array>
 #include <nlohmann/json.hpp>
 
 #include "Recordings.h"
@@ -14,12 +11,6 @@ namespace {
 
 using recordings::Tape;
 using support::Folder;
-
-void setLastChange(const std::string& path, std::time_t seconds)
-{
-    const std::array<timespec, 2> times{timespec{seconds, 0}, timespec{seconds, 0}};
-    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times.data(), 0), 0);
-}
 
 nlohmann::json listed(const Folder& folder)
 {
@@ -84,11 +75,9 @@ TEST(List, SaysWhenARecordingBeganOnlyWhenThatCanBeKnown)
     const Folder folder;
     Tape tape;
     tape.session(60);
-    support::writeFile(folder.file("cam.avi.00.avi"), tape.content());
-    setLastChange(folder.file("cam.avi.00.avi"), kLast);
+    recordings::writeOld(folder.file("cam.avi.00.avi"), tape.content(), kLast);
     tape.session(30);
-    support::writeFile(folder.file("cam.avi"), tape.content());
-    setLastChange(folder.file("cam.avi"), kLast + 100);
+    recordings::writeOld(folder.file("cam.avi"), tape.content(), kLast + 100);
 
     const auto json = listed(folder);
     EXPECT_EQ(json["files"][0]["last"], kLast);
