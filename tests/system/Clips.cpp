@@ -1,6 +1,8 @@
 #include "Clips.h"
 
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <vector>
 
 #include "Scenes.h"
@@ -11,43 +13,26 @@ namespace {
 
 using board::PatternCode;
 using support::Command;
+using support::operator+;
 
 constexpr const char* kSilence = "anullsrc=r=48000";
 constexpr int kOverlayWidth = 800;
 constexpr int kOverlayHeight = 500;
 
-/// Command line options that begin with the encoders for a kind of file.
-struct Format {
-    const char* ending;
-    Command encoders;
-};
-
-const std::vector<Format>& formats()
+Command encodersFor(const std::string& file)
 {
-    static const std::vector<Format> all{
+    static const std::map<std::string, Command> byEnding{
         {".avi", {"-c:v", "mpeg4", "-q:v", "3", "-c:a", "libmp3lame"}},
         {".mp4", {"-c:v", "libx264", "-preset", "ultrafast", "-c:a", "aac"}},
         {".mkv", {"-c:v", "libx264", "-preset", "ultrafast", "-c:a", "libvorbis"}},
     };
-    return all;
-}
-
-Command encodersFor(const std::string& file)
-{
-    for (const Format& format : formats()) {
-        const std::string ending = format.ending;
-        if (file.size() > ending.size() && file.substr(file.size() - ending.size()) == ending) {
-            return format.encoders;
-        }
-    }
-    return {};
+    return byEnding.at(std::filesystem::path(file).extension());
 }
 
 bool runFfmpeg(const Command& arguments)
 {
-    Command command{"/usr/bin/ffmpeg", "-nostdin", "-v", "error", "-y"};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    const support::Outcome outcome = support::runToEnd(command);
+    const support::Outcome outcome =
+        support::runToEnd(Command{"/usr/bin/ffmpeg", "-nostdin", "-v", "error", "-y"} + arguments);
     EXPECT_EQ(outcome.status, 0) << outcome.error;
     return outcome.status == 0;
 }
@@ -83,10 +68,7 @@ bool make(const Clip& clip, const std::string& file)
     if (clip.sound == Sound::kSilence) {
         command.insert(command.end(), {"-f", "lavfi", "-i", kSilence, "-shortest"});
     }
-    const Command encoders = encodersFor(file);
-    command.insert(command.end(), encoders.begin(), encoders.end());
-    command.insert(command.end(), {"-pix_fmt", "yuv420p", "file:" + file});
-    return runFfmpeg(command);
+    return runFfmpeg(command + encodersFor(file) + Command{"-pix_fmt", "yuv420p", "file:" + file});
 }
 
 bool makeSound(const std::string& file)

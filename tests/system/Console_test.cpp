@@ -19,18 +19,27 @@ namespace {
 
 using http::Connection;
 using support::Command;
+using support::operator+;
 using support::Panel;
 using support::waitUntil;
+
+const std::string kHost = "Host: localhost\r\n";
+const std::string kJson = "Content-Type: application/json\r\n";
+
+std::string line(const std::string& method, const std::string& path)
+{
+    return method + " " + path + " HTTP/1.1\r\n";
+}
 
 /// A panel with the daemon on it, and the port of its console.
 class Console : public testing::Test {
 protected:
     void SetUp() override { bringUp({"--cpu", "dual-lite", "--fps", "max"}); }
 
-    void bringUp(Command options)
+    void bringUp(const Command& options)
     {
-        options.insert(options.end(), {"--console", "0"});
-        panel_.start(options, {support::program("velcamd")}, Panel::Reader::kNone);
+        panel_.start(options + Command{"--console", "0"}, {support::program("velcamd")},
+                     Panel::Reader::kNone);
         const std::string words = "console at http://127.0.0.1:";
         ASSERT_TRUE(waitUntil([&] { return panel_.errors().find(words) != std::string::npos; }))
             << panel_.errors();
@@ -51,12 +60,21 @@ protected:
     {
         return http::statusOf(http::post(port_, path, json));
     }
+    Connection open(const std::string& path) const
+    {
+        Connection connection(port_);
+        connection.send(line("GET", path) + kHost + "\r\n");
+        return connection;
+    }
+    static bool brings(Connection& stream, const std::string& text)
+    {
+        return stream.readUntil(text).find(text) != std::string::npos;
+    }
     /// Reads the events until one holds the text; false when none did.
     bool awaitEvent(const std::string& text) const
     {
-        Connection events(port_);
-        events.send("GET /events HTTP/1.1\r\nHost: localhost\r\n\r\n");
-        return events.readUntil(text).find(text) != std::string::npos;
+        Connection events = open("/events");
+        return brings(events, text);
     }
 
     Panel panel_;
@@ -80,8 +98,7 @@ TEST_F(Console, RequestsReachTheDaemonAndItsReportsThePage)
 
 TEST_F(Console, ThePanelComesAsOnePictureAfterTheOther)
 {
-    Connection live(port_);
-    live.send("GET /live HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    Connection live = open("/live");
     constexpr int kPictures = 3;
     for (int i = 0; i < kPictures; ++i) {
         const std::string text = live.readUntil("\xFF\xD9\r\n--picture\r\n");
@@ -102,15 +119,13 @@ TEST_F(Console, ARecordingIsListedAndDownloadedAsFarAsItHasGrown)
 
 TEST_F(Console, TheLogFollowsTheFileAsItGrowsAndBeginsAnew)
 {
-    Connection events(port_);
-    events.send("GET /events HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    Connection events = open("/events");
     const std::string log = panel_.file("/tmp/VelCam.log");
-    const std::string lastOfStart = "Started core thread";
-    ASSERT_NE(events.readUntil(lastOfStart).find(lastOfStart), std::string::npos);
+    ASSERT_TRUE(brings(events, "Started core thread"));
     std::ofstream(log, std::ios::app) << "grown \xFF by this\n";
-    EXPECT_NE(events.readUntil("by this").find("by this"), std::string::npos);
+    EXPECT_TRUE(brings(events, "by this"));
     ASSERT_TRUE(support::writeFile(log, "anew\n"));
-    EXPECT_NE(events.readUntil("anew").find("anew"), std::string::npos);
+    EXPECT_TRUE(brings(events, "anew"));
 }
 
 struct Request {
@@ -118,14 +133,6 @@ struct Request {
     int status;  ///< 0: dropped without an answer
     std::string text;
 };
-
-const std::string kHost = "Host: localhost\r\n";
-const std::string kJson = "Content-Type: application/json\r\n";
-
-std::string line(const std::string& method, const std::string& path)
-{
-    return method + " " + path + " HTTP/1.1\r\n";
-}
 
 std::string withBody(const std::string& path, const std::string& body,
                      const std::string& headers = kHost + kJson)
@@ -216,8 +223,7 @@ TEST_F(Console, NothingOutsideTheBoardsRecordingsIsServed)
         const std::string answer = get(std::string("/recordings/") + path);
         EXPECT_EQ(http::statusOf(answer), 404) << path << "\n" << answer;
     }
-    Connection events(port_);
-    events.send("GET /events HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    Connection events = open("/events");
     const std::string files = events.readUntil("\"videos\"");
     EXPECT_EQ(files.find("link.avi"), std::string::npos);
     EXPECT_EQ(files.find("pipe.avi"), std::string::npos);
@@ -226,8 +232,7 @@ TEST_F(Console, NothingOutsideTheBoardsRecordingsIsServed)
     std::filesystem::rename(panel_.file("/velmarine/f/video"), panel_.file("/velmarine/f/old"));
     std::filesystem::create_symlink("/etc", panel_.file("/velmarine/f/video"));
     EXPECT_FALSE(get("/").empty());
-    Connection later(port_);
-    later.send("GET /events HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    Connection later = open("/events");
     EXPECT_EQ(later.readUntil("event: board").find("passwd"), std::string::npos);
 }
 
@@ -250,8 +255,7 @@ TEST_F(Console, EndsWithTheDaemonAlthoughSomebodyWatches)
 {
     std::deque<Connection> watching;
     for (const char* path : {"/events", "/live", "/live"}) {
-        watching.emplace_back(port_);
-        watching.back().send(line("GET", path) + kHost + "\r\n");
+        watching.push_back(open(path));
         EXPECT_NE(watching.back().readUntil("\r\n\r\n"), "");
     }
     EXPECT_EQ(panel_.end(), 0);
@@ -319,8 +323,6 @@ public:
     }
     Crowd(const Crowd&) = delete;
     Crowd& operator=(const Crowd&) = delete;
-    Crowd(Crowd&&) = delete;
-    Crowd& operator=(Crowd&&) = delete;
 
 private:
     /// Visitors come from elsewhere: what they cost themselves must not count.
@@ -367,8 +369,6 @@ TEST_F(PacedConsole, KeepsItsFrameRateWhateverItsVisitorsDo)
     for (int i = 0; i < kTries && crowded < kNoise * alone; ++i) {
         crowded = shareRecorded(board.state());
     }
-    RecordProperty("shareAlone", std::to_string(alone));
-    RecordProperty("shareCrowded", std::to_string(crowded));
     std::printf("recorded of the camera's frames: %.3f alone, %.3f with visitors\n", alone, crowded);
     EXPECT_GE(crowded, kNoise * alone);
 }

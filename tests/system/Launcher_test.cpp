@@ -26,14 +26,9 @@ namespace {
 
 using support::Child;
 using support::Command;
+using support::operator+;
 using support::Outcome;
 using support::readFile;
-
-Command operator+(Command left, const Command& right)
-{
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 /// A board on which a program waits at a gate: a pipe among the board's files that `cat` reads.
 class Launcher : public ::testing::Test {
@@ -93,8 +88,7 @@ TEST_F(Launcher, APowerCutTakesWhatWasSynchronisedOrKeepsWhatCannotBeThere)
                            "nameless && sync /velmarine/f/nameless"};
     ASSERT_EQ(run({"--journal"}, make).status, 0);
     const auto cut = [&](const std::string& seed, const std::string& into) {
-        return support::runToEnd({support::program("vboard"), "cut", "--board", folder_.file("board"), "--at",
-                                  "1000", "--seed", seed, into});
+        return vboard("cut", {"--at", "1000", "--seed", seed, into});
     };
     bool gone = false;
     for (int seed = 0; seed < 20; ++seed) {
@@ -118,9 +112,7 @@ TEST_F(Launcher, PassesTheProgramsExitStatusOn)
 TEST_F(Launcher, KeepsTheProgramsOwnOptionsAndDashes)
 {
     EXPECT_EQ(run({}, {"/bin/echo", "--fps", "--", "-x"}).output, "--fps -- -x\n");
-    const Command withoutDashes{
-        support::program("vboard"), "run", "--board", folder_.file("board"), "/bin/echo", "--fps", "--", "x"};
-    EXPECT_EQ(support::runToEnd(withoutDashes).output, "--fps -- x\n");
+    EXPECT_EQ(vboard("run", {"/bin/echo", "--fps", "--", "x"}).output, "--fps -- x\n");
 }
 
 TEST_F(Launcher, AnEmulatorRunsTheProgramWithTheLibraryThatIsGiven)
@@ -137,53 +129,6 @@ TEST_F(Launcher, AnEmulatorRunsTheProgramWithTheLibraryThatIsGiven)
     EXPECT_NE(without.error.find("/no/such/library"), std::string::npos) << without.error;
 }
 
-struct BadUsage {
-    const char* name;
-    Command arguments;
-};
-
-std::ostream& operator<<(std::ostream& stream, const BadUsage& row)
-{
-    return stream << row.name;
-}
-
-class LauncherBadUsage : public ::testing::TestWithParam<BadUsage> {};
-
-TEST_P(LauncherBadUsage, IsOneLineAndStatus2)
-{
-    const Outcome outcome = support::runToEnd(Command{support::program("vboard")} + GetParam().arguments);
-    EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.output, "");
-    EXPECT_EQ(std::count(outcome.error.begin(), outcome.error.end(), '\n'), 1) << outcome.error;
-    EXPECT_EQ(outcome.error.compare(0, 8, "vboard: "), 0) << outcome.error;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Each, LauncherBadUsage,
-    ::testing::Values(BadUsage{"NoCommand", {}}, BadUsage{"UnknownCommand", {"walk"}},
-                      BadUsage{"NoProgram", {"run"}}, BadUsage{"NoProgramAfterDashes", {"run", "--"}},
-                      BadUsage{"UnknownOption", {"run", "--bogus", "true"}},
-                      BadUsage{"CameraNumber", {"run", "--camera", "5=pattern", "true"}},
-                      BadUsage{"CameraSource", {"run", "--camera", "1=moon", "true"}},
-                      BadUsage{"MissingFile", {"run", "--camera", "1=file:/no/such/film", "true"}},
-                      BadUsage{"MissingClip", {"run", "--camera", "1=clip:/no/such/clip", "true"}},
-                      BadUsage{"FrameRate", {"run", "--fps", "0", "true"}},
-                      BadUsage{"FrameRateText", {"run", "--fps", "fast", "true"}},
-                      BadUsage{"Processor", {"run", "--cpu", "octa", "true"}},
-                      BadUsage{"CodecPreset", {"run", "--codec-preset", "warp", "true"}},
-                      BadUsage{"FaultWithoutCall", {"run", "--fault", "explode@*#1=EIO", "true"}},
-                      BadUsage{"FaultThatCannotBe", {"run", "--fault", "mq_send@*#1=short", "true"}},
-                      BadUsage{"FaultOfACamera", {"run", "--fault", "VIDIOC_QBUF@*#1=bad", "true"}},
-                      BadUsage{"FaultOfACodecsFrame", {"run", "--fault", "vpu_EncOpen@*#1=skip", "true"}},
-                      BadUsage{"FaultWithoutATime", {"run", "--fault", "write@*#1=slow:", "true"}},
-                      BadUsage{"FaultWithoutAPeriod", {"run", "--fault", "write@*#1/0=EIO", "true"}},
-                      BadUsage{"ReportNowhere", {"run", "--report", "/no/such/folder/report", "true"}},
-                      BadUsage{"BoardNowhere", {"run", "--board", "/dev/null/board", "true"}},
-                      BadUsage{"AttachToNothing", {"attach", "--board", "/no/such/board", "--", "true"}},
-                      BadUsage{"SnapshotOfNothing",
-                               {"snapshot", "--board", "/no/such/board", "picture.png"}}),
-    [](const auto& row) { return std::string(row.param.name); });
-
 TEST_F(Launcher, ANewBoardIsReadyToUse)
 {
     const Outcome outcome = shell(
@@ -197,25 +142,16 @@ TEST_F(Launcher, ANewBoardIsReadyToUse)
               "/dev/mmcblk0p3 /velmarine/f/camrecord ext4 rw 0 0\n");
 }
 
-TEST_F(Launcher, AnUnmountedRecordingDirectoryIsNotInTheMounts)
+TEST_F(Launcher, MountsAndCamerasAreNotAsTheOptionsSayOrFilesOfAnEarlierRunAreLost)
 {
     EXPECT_EQ(shell("cat /proc/mounts", {"--no-mount"}).output, "");
     EXPECT_NE(shell("cat /proc/mounts").output, "");
-}
-
-TEST_F(Launcher, FilesOfAnEarlierRunAreKept)
-{
-    EXPECT_EQ(
-        shell("echo 4000 > /velmarine/config/bitrate; echo 0x0A > /velmarine/dev-csi/cam_status").status, 0);
-    EXPECT_EQ(shell("cat /velmarine/config/bitrate /velmarine/dev-csi/cam_status").output, "4000\n0x0A\n");
-}
-
-TEST_F(Launcher, ACameraWithoutSignalIsInTheStatusFile)
-{
-    EXPECT_EQ(shell("cat /velmarine/dev-csi/cam_status", {"--camera", "2=none"}).output,
-              "0x00,0x01,0x00,0x00\n");
-    EXPECT_EQ(shell("cat /velmarine/dev-csi/cam_status", {"--camera", "2=pattern"}).output,
-              "0x00,0x00,0x00,0x00\n");
+    const std::string cameras = "cat /velmarine/dev-csi/cam_status";
+    EXPECT_EQ(shell(cameras, {"--camera", "2=none"}).output, "0x00,0x01,0x00,0x00\n");
+    EXPECT_EQ(shell(cameras, {"--camera", "2=pattern"}).output, "0x00,0x00,0x00,0x00\n");
+    EXPECT_EQ(shell("echo 4000 >/velmarine/config/bitrate; echo 0x0A >/velmarine/dev-csi/cam_status").status,
+              0);
+    EXPECT_EQ(shell("cat /velmarine/config/bitrate; " + cameras).output, "4000\n0x0A\n");
 }
 
 TEST_F(Launcher, ASecondRunOnABoardThatIsUpIsRefused)
@@ -266,8 +202,7 @@ TEST_F(Launcher, AnInterruptReachesTheProgram)
     ::close(gate);
 }
 
-/// What the test below does on either board: finds its queue empty, leaves a message in it, waits at the
-/// gate.
+/// What the test below does on either board: finds its queue empty, leaves a message, waits at the gate.
 void leaveAMessage()
 {
     mq_attr attributes = {};
@@ -298,19 +233,6 @@ TEST_F(Launcher, BoardsSideBySideKeepTheirQueuesApart)
     ::close(secondGate);
     EXPECT_EQ(first->wait(), 0) << readFile(folder_.file("one.output"));
     EXPECT_EQ(second->wait(), 0) << readFile(folder_.file("two.output"));
-}
-
-TEST_F(Launcher, AFileIsDecodedForItsCameraAndRepeated)
-{
-    const std::string film = folder_.file("film.avi");
-    const Outcome made =
-        support::runToEnd({"/usr/bin/ffmpeg", "-nostdin", "-v", "error", "-f", "lavfi", "-i",
-                           "testsrc=size=320x240:rate=5:duration=0.4", "-c:v", "mpeg4", film});
-    ASSERT_EQ(made.status, 0) << made.error;
-    // Three pictures of a film that has two.
-    const Outcome read =
-        shell("head -c 1555200 \"$VBOARD_FOLDER/camera2\" | wc -c", {"--camera", "2=file:" + film});
-    EXPECT_EQ(read.output, "1555200\n") << read.error;
 }
 
 TEST_F(Launcher, AFilmOfAnotherRateKeepsItsPace)

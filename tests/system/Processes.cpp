@@ -1,8 +1,7 @@
 #include "Processes.h"
 
-#include <algorithm>
-#include <charconv>
 #include <filesystem>
+#include <functional>
 #include <sstream>
 
 #include "Folder.h"
@@ -10,34 +9,16 @@
 namespace processes {
 namespace {
 
-std::vector<pid_t> all()
-{
-    std::vector<pid_t> found;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-        const std::string name = entry.path().filename().string();
-        pid_t id = -1;
-        const auto read = std::from_chars(name.data(), name.data() + name.size(), id);
-        if (read.ec == std::errc() && read.ptr == name.data() + name.size()) {
-            found.push_back(id);
-        }
-    }
-    return found;
-}
-
-std::string readOf(pid_t process, const char* what)
-{
-    return support::readFile("/proc/" + std::to_string(process) + "/" + what);
-}
-
-/// "ID (NAME) STATE PARENT ..."; a process that is gone has no parent.
-Process describe(pid_t id)
+/// "ID (NAME) STATE PARENT ..."; a process that is gone meanwhile has no parent.
+Process read(const std::string& folder)
 {
     Process process;
-    process.id = id;
-    const std::string text = readOf(id, "stat");
+    process.environment = '\0' + support::readFile(folder + "/environ");
+    const std::string text = support::readFile(folder + "/stat");
     const size_t open = text.find('(');
     const size_t close = text.rfind(')');
     if (open != std::string::npos && close != std::string::npos) {
+        process.id = static_cast<pid_t>(std::stol(text));
         process.name = text.substr(open + 1, close - open - 1);
         char state = 0;
         std::istringstream(text.substr(close + 1)) >> state >> process.parent;
@@ -46,34 +27,30 @@ Process describe(pid_t id)
     return process;
 }
 
-}  // namespace
-
-std::vector<Process> childrenOf(pid_t parent)
+std::vector<Process> select(const std::function<bool(const Process&)>& wanted)
 {
     std::vector<Process> found;
-    for (const pid_t id : all()) {
-        Process process = describe(id);
-        if (process.parent == parent) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        Process process = read(entry.path());
+        if (process.id != -1 && wanted(process)) {
             found.push_back(std::move(process));
         }
     }
     return found;
 }
 
-std::vector<pid_t> withSetting(const std::string& setting)
+}  // namespace
+
+std::vector<Process> childrenOf(pid_t parent)
 {
-    const auto lacks = [&](pid_t id) {
-        std::istringstream environment(readOf(id, "environ"));
-        for (std::string entry; std::getline(environment, entry, '\0');) {
-            if (entry == setting) {
-                return false;
-            }
-        }
-        return true;
-    };
-    std::vector<pid_t> found = all();
-    found.erase(std::remove_if(found.begin(), found.end(), lacks), found.end());
-    return found;
+    return select([=](const Process& process) { return process.parent == parent; });
+}
+
+std::vector<Process> withSetting(const std::string& setting)
+{
+    const std::string entry = '\0' + setting + '\0';
+    return select(
+        [&](const Process& process) { return process.environment.find(entry) != std::string::npos; });
 }
 
 }  // namespace processes

@@ -12,12 +12,13 @@ struct Process {
     pid_t id = -1;
     pid_t parent = -1;
     std::string name;
-    bool ended = false;  ///< and not collected
+    bool ended = false;       ///< and not collected
+    std::string environment;  ///< a zero before each entry and behind the last; an ended one has none
 };
 
 std::vector<Process> childrenOf(pid_t parent);
 
-/// Those that were started with this setting in their environment, "NAME=value". An ended one has none.
-std::vector<pid_t> withSetting(const std::string& setting);
+/// Those that were started with this setting in their environment, "NAME=value".
+std::vector<Process> withSetting(const std::string& setting);
 
 }  // namespace processes

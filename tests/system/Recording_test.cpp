@@ -15,7 +15,7 @@ int frameCount()
 {
     constexpr int kShort = 150;
     constexpr int kLong = 1800;
-    return scenes::isLong() ? kLong : kShort;
+    return support::isLong() ? kLong : kShort;
 }
 
 class EachBoard : public testing::TestWithParam<const Layout*> {
@@ -23,9 +23,9 @@ protected:
     const Layout& layout() const { return *GetParam(); }
 
     /// Records so many frames of each camera and leaves the recording behind.
-    void record(const std::string& pace, int frames)
+    void record(int frames)
     {
-        panel_.start({"--cpu", layout().cpu, "--fps", pace, "--frames", std::to_string(frames)});
+        panel_.start({"--cpu", layout().cpu, "--fps", "max", "--frames", std::to_string(frames)});
         ASSERT_EQ(panel_.awaitEnd(), 0) << panel_.output() << panel_.errors();
     }
 
@@ -34,7 +34,7 @@ protected:
 
 TEST_P(EachBoard, RecordsEveryFrameOfEveryCameraInItsOwnTile)
 {
-    record("max", frameCount());
+    record(frameCount());
     const Recording recording = support::readRecording(panel_.recording());
     EXPECT_TRUE(recording.wellFormed);
     EXPECT_EQ(recording.width, layout().width);
@@ -48,19 +48,6 @@ TEST_P(EachBoard, RecordsEveryFrameOfEveryCameraInItsOwnTile)
     EXPECT_GE(reading.frames, static_cast<uint32_t>(frameCount()) - 3);
 }
 
-TEST_P(EachBoard, KeepsThePaceOfTheCamerasWithoutDroppingAFrame)
-{
-    if (!scenes::isLong()) {
-        GTEST_SKIP() << "real time over 20 s: set VELCAM_LONG=1";
-    }
-    constexpr int kTwentySeconds = 600;
-    record("30", kTwentySeconds);
-    EXPECT_EQ(scenes::readUnbroken(panel_.recording(), layout()).fault, "");
-    for (int camera = 1; camera <= static_cast<int>(layout().tiles.size()); ++camera) {
-        EXPECT_EQ(panel_.report().framesDropped(camera), 0U) << "camera " << camera;
-    }
-}
-
 TEST_P(EachBoard, WritesTheClockIntoItsBandAndNothingElseThere)
 {
     constexpr int kBand = 30;
@@ -69,7 +56,7 @@ TEST_P(EachBoard, WritesTheClockIntoItsBandAndNothingElseThere)
     constexpr int kBright = 150;
     constexpr int kDark = 60;         // encoding leaves traces
     constexpr int kOverASecond = 35;  // the clock is drawn once in thirty frames
-    record("max", kOverASecond);
+    record(kOverASecond);
     support::FrameReader reader(panel_.recording(), layout().width, layout().height);
     support::Frame frame;
     ASSERT_TRUE(reader.next(frame));
@@ -104,33 +91,6 @@ INSTANTIATE_TEST_SUITE_P(Recording, EachBoard, testing::Values(&scenes::quad(), 
                                                                                          : "DualLite");
                          });
 
-TEST(Recording, ContinuesAfterARestartSoThatTheJoinedFilePlaysThrough)
-{
-    Panel panel;
-    const support::Command options{"--cpu", "dual-lite", "--fps", "max", "--frames", "60"};
-    panel.start(options);
-    ASSERT_EQ(panel.awaitEnd(), 0) << panel.errors();
-    const size_t before = support::readRecording(panel.recording()).chunks.size();
-    ASSERT_GT(before, 0U);
-    panel.start(options);
-    ASSERT_EQ(panel.awaitEnd(), 0) << panel.errors();
-
-    const Recording recording = support::readRecording(panel.recording());
-    ASSERT_TRUE(recording.wellFormed);
-    ASSERT_GT(recording.chunks.size(), before);
-    EXPECT_TRUE(recording.chunks[before].keyFrame);
-    EXPECT_TRUE(recording.chunks[before].parameterSets);
-
-    support::FrameReader reader(panel.recording(), recording.width, recording.height);
-    support::Frame frame;
-    size_t frames = 0;
-    for (; reader.next(frame); ++frames) {
-        ASSERT_TRUE(support::shownIn(frame.luma, scenes::dualLite().tiles[0])) << "picture " << frames;
-    }
-    EXPECT_EQ(frames, recording.chunks.size());
-    EXPECT_EQ(reader.complaints(), "");
-}
-
 TEST(Recording, IsWholeOnADiskThatTakesEveryWriteInPieces)
 {
     Panel panel;
@@ -143,7 +103,7 @@ TEST(Recording, IsWholeOnADiskThatTakesEveryWriteInPieces)
     EXPECT_GT(report.faultsFired(), 2 * report.framesEncoded());
 }
 
-TEST(Recording, OfIdleDevicesPlaysAndHasFramesOf8Kilobytes)
+TEST(Recording, OfIdleDevicesDoesNotPlayOrHasFramesOfAnotherSizeThan8Kilobytes)
 {
     constexpr size_t kFrameBytes = 8192;
     Panel panel;
@@ -160,8 +120,7 @@ TEST(Recording, OfIdleDevicesPlaysAndHasFramesOf8Kilobytes)
     support::FrameReader reader(panel.recording(), recording.width, recording.height);
     support::Frame frame;
     size_t frames = 0;
-    while (reader.next(frame)) {
-        ++frames;
+    for (; reader.next(frame); ++frames) {
     }
     EXPECT_EQ(frames, recording.chunks.size());
     EXPECT_EQ(reader.complaints(), "");

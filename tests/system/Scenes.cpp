@@ -123,8 +123,6 @@ public:
     ~ClockReader() { FT_Done_FreeType(library_); }
     ClockReader(const ClockReader&) = delete;
     ClockReader& operator=(const ClockReader&) = delete;
-    ClockReader(ClockReader&&) = delete;
-    ClockReader& operator=(ClockReader&&) = delete;
 
     std::string read(const support::Luma& picture)
     {

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -11,13 +10,6 @@
 
 /// What the tests of the whole daemon share: where its pictures lie, and what a good recording is.
 namespace scenes {
-
-/// VELCAM_LONG=1 asks for the long forms of tests that say more the longer they run.
-inline bool isLong()
-{
-    const char* value = std::getenv("VELCAM_LONG");  // NOLINT(concurrency-mt-unsafe): nobody sets it
-    return value != nullptr && std::string(value) == "1";
-}
 
 /// How much slower than the shipped build this one may be.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__arm__)  // in an emulator
@@ -58,8 +50,7 @@ struct Reading {
     uint32_t frames = 0;
     uint32_t firstFrame = 0, lastFrame = 0;  ///< numbers in the first tile
 };
-/// Decodes all of it: each tile shows its own camera, and its frame numbers run on without gap, repeat or
-/// swap.
+/// Decodes all of it: each tile shows its own camera, and its frame numbers run on without a gap or repeat.
 Reading readUnbroken(const std::string& file, const Layout& layout);
 
 }  // namespace scenes

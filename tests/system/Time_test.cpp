@@ -9,7 +9,6 @@
 
 namespace {
 
-using control::Status;
 using support::Clock;
 using support::Panel;
 
@@ -76,9 +75,7 @@ protected:
         const size_t before = recorded();
         EXPECT_TRUE(support::waitUntil([&] { return recorded() >= before + kTwoDrawings; })) << step.name;
         span.frame = recorded() - 1;
-        for (int report = 0; report < 3; ++report) {
-            EXPECT_TRUE(panel_.watch().await([](const Status&) { return true; }, Clock::now())) << step.name;
-        }
+        EXPECT_TRUE(panel_.awaitReports(3)) << step.name;
         span.to = clock_->shownAt(machineTime());
         return span;
     }

@@ -1,6 +1,7 @@
 // Stands in for the media player on a board: writes down how it was started, then plays until it is
 // interrupted. A video whose name holds "short" ends by itself at once.
 
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -29,7 +30,8 @@ void writeDown(const std::string& name, const std::string& text)
 
 int main(int argc, char** argv)
 {
-    constexpr unsigned kLongestVideo = 120;  // seconds; a test that died leaves nothing running for long
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);      // the daemon leaves it running
+    constexpr unsigned kLongestVideo = 120;  // seconds
     ::alarm(kLongestVideo);
     sigset_t interrupt;
     ::sigemptyset(&interrupt);
