@@ -3,13 +3,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <mqueue.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "OwnQueues.h"
 
 namespace {
 
@@ -28,14 +29,7 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(endpoint_.isConnected());
-        peer_ = mq_open(sent_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    }
-
-    void TearDown() override
-    {
-        mq_close(peer_);
-        mq_unlink(received_.c_str());
-        mq_unlink(sent_.c_str());
+        peer_ = mq_open(queues_.tx.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     }
 
     /// Its length byte stays zero: the bus does not go by it.
@@ -67,10 +61,9 @@ protected:
 
     Bytes channels() const { return {sys_.media.cam.channels.begin(), sys_.media.cam.channels.end()}; }
 
-    const std::string received_ = "/velcam-bus-test-rx-" + std::to_string(getpid());
-    const std::string sent_ = "/velcam-bus-test-tx-" + std::to_string(getpid());
-    SharedQueue<IPCQ_PACKET> queue_;
-    ipc_queue endpoint_{received_.c_str(), sent_.c_str(), false, queue_};
+    unit::OwnQueues queues_;
+    SharedQueue<IPCQ_PACKET> received_;
+    ipc_queue endpoint_{queues_.rx.c_str(), queues_.tx.c_str(), false, received_};
     mqd_t peer_ = -1;
     SysData sys_;
     IPCBus bus_{&sys_, &endpoint_};

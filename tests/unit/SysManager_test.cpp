@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "Folder.h"
+#include "OwnQueues.h"
 #include "Stdout.h"
 #include "Wait.h"
 
@@ -131,20 +132,14 @@ protected:
     void SetUp() override
     {
         auto& endpoint = manager_.*kEndpoint;
-        endpoint = std::make_unique<ipc_queue>(received_.c_str(), sent_.c_str(), false, manager_.*kReceived);
+        endpoint =
+            std::make_unique<ipc_queue>(queues_.rx.c_str(), queues_.tx.c_str(), false, manager_.*kReceived);
         ASSERT_TRUE(endpoint->isConnected());
-        peer_ = mq_open(sent_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        peer_ = mq_open(queues_.tx.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
         ASSERT_NE(peer_, -1);
         manager_.*kProtocol = std::make_unique<IPCBus>(&sys_, endpoint.get());
         manager_.*kVideo = std::make_unique<VideoManager>(&sys_);
         std::filesystem::create_directory(path("config"));
-    }
-
-    void TearDown() override
-    {
-        mq_close(peer_);
-        mq_unlink(received_.c_str());
-        mq_unlink(sent_.c_str());
     }
 
     void receive(u_int8_t id, const std::vector<u_int8_t>& data)
@@ -161,7 +156,8 @@ protected:
         std::vector<int> states;
         for (int pass = 0; pass < count; ++pass) {
             std::invoke(kControlPass, manager_);
-            std::array<char, 106> frame = {};
+            constexpr std::size_t kLargestFrame = 106;
+            std::array<char, kLargestFrame> frame = {};
             while (mq_receive(peer_, frame.data(), frame.size(), nullptr) > 0) {
                 states.push_back(frame[4]);
             }
@@ -181,10 +177,7 @@ protected:
     static constexpr u_int8_t kStateRequest = 18;
     static constexpr u_int8_t kBitrateSelection = 20;
 
-    // The folder's name is unique, so are the queues'.
-    const std::string name_ = "/" + std::filesystem::path(folder_.path()).filename().string();
-    const std::string received_ = name_ + "-rx";
-    const std::string sent_ = name_ + "-tx";
+    unit::OwnQueues queues_;
     mqd_t peer_ = -1;
 };
 
@@ -271,7 +264,8 @@ TEST_F(Control, TheSizeLimitIsAppliedWhereItShouldNotOrTheOtherWayRound)
         sys_.media.cam.canRecord = one.canRecord;
         sys_.media.state = one.state;
         sys_.media.reqState = one.state;
-        manager_.*kTicks = 59;
+        constexpr u_int32_t kLastTick = 59;
+        manager_.*kTicks = kLastTick;
         passes(1);
         EXPECT_EQ(std::filesystem::exists(path("cam.avi")), !one.rotated);
         EXPECT_EQ(std::filesystem::exists(path("cam.avi.00.avi")), one.rotated);

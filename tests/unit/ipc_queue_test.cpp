@@ -5,17 +5,15 @@
 #include <mqueue.h>
 #include <pthread.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
-#include <filesystem>
 #include <memory>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <utility>
 
+#include "OwnQueues.h"
 #include "Stdout.h"
 #include "Wait.h"
 
@@ -25,32 +23,10 @@ using support::waitUntil;
 
 constexpr long kQueueLength = 10;
 constexpr long kLongestFrame = 106;
-constexpr int kDescriptors = 256;  // more than these tests ever have open
 
 /// Two queues of this test's own; the test holds the other side of each.
 class IpcQueue : public testing::Test {
 protected:
-    void TearDown() override
-    {
-        closeAll();
-        mq_unlink(rx_.c_str());
-        mq_unlink(tx_.c_str());
-    }
-
-    /// This test's ends, and those that an endpoint leaves open: all queues of a user share a limit of
-    /// memory, open ones without a name too.
-    void closeAll() const
-    {
-        for (int descriptor = 0; descriptor < kDescriptors; ++descriptor) {
-            std::error_code none;
-            const auto target =
-                std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), none).string();
-            if (target == rx_ || target == tx_) {
-                mq_close(descriptor);
-            }
-        }
-    }
-
     std::unique_ptr<ipc_queue> connect(bool serverMode = false)
     {
         auto endpoint = std::make_unique<ipc_queue>(rx_.c_str(), tx_.c_str(), serverMode, packets_);
@@ -95,8 +71,9 @@ protected:
         return attributes.mq_curmsgs;
     }
 
-    const std::string rx_ = "/velcam-endpoint-test-rx-" + std::to_string(getpid());
-    const std::string tx_ = "/velcam-endpoint-test-tx-" + std::to_string(getpid());
+    unit::OwnQueues queues_;
+    const std::string& rx_ = queues_.rx;
+    const std::string& tx_ = queues_.tx;
     SharedQueue<IPCQ_PACKET> packets_;
     mqd_t toEndpoint_ = -1;
     mqd_t fromEndpoint_ = -1;
@@ -232,7 +209,7 @@ TEST_F(IpcQueue, ServerGoesOnWithQueuesOfAFormerRunOrNeedsThem)
     const unit::Stdout output;
     EXPECT_TRUE(connect(true)->isConnected());
     EXPECT_EQ(output.text(), complaints) << "one for each queue";
-    closeAll();
+    queues_.closeAll();
     for (const std::string& name : {rx_, tx_}) {
         const mqd_t former = mq_open(name.c_str(), O_WRONLY | O_CLOEXEC);
         EXPECT_EQ(mq_send(former, "old", 3, 0), 0);
@@ -251,7 +228,7 @@ TEST_F(IpcQueue, TakesFramesAfterItsEndOrRemovesTheQueues)
     ASSERT_EQ(mq_send(toEndpoint_, "MB\x14\x01\x01\r\n", 7, 0), 0);
     EXPECT_EQ(waiting(toEndpoint_), 1);
     EXPECT_TRUE(packets_.empty());
-    closeAll();
+    queues_.closeAll();
     for (const std::string& name : {rx_, tx_}) {
         const mqd_t queue = mq_open(name.c_str(), O_RDONLY | O_CLOEXEC);
         EXPECT_NE(queue, -1) << name;
