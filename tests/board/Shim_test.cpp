@@ -191,6 +191,7 @@ BOARD_TEST(Shim, APlannedFaultMissesItsCallOrHitsAnother,
     attributes.mq_maxmsg = 4;
     attributes.mq_msgsize = 16;
     const mqd_t queue = ::mq_open("/zentcam", O_RDWR | O_CREAT, 0662, &attributes);
+    ASSERT_NE(queue, -1) << std::strerror(errno);  // NOLINT(concurrency-mt-unsafe): one thread
     EXPECT_EQ(::mq_send(queue, "a", 1, 0), -1);
     EXPECT_EQ(errno, EAGAIN);
     EXPECT_EQ(::mq_send(queue, "b", 1, 0), 0);
