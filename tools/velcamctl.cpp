@@ -30,7 +30,7 @@ constexpr int kDone = 0;
 constexpr int kFailed = 1;
 
 constexpr Queue::Duration kPatience = 2s;
-constexpr Queue::Duration kListenStep = 200ms;  // how soon who goes on reading sees that he was interrupted
+constexpr Queue::Duration kListenStep = 200ms;  // how soon an interrupt is seen at the latest
 
 constexpr const char* kTakesAway =
     "Reading takes the messages away from the device's own controller: on a panel in service that controller "
