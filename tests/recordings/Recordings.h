@@ -55,7 +55,8 @@ Walk walk(const std::string& path, recording::Depth depth = recording::Depth::kB
 /// What check would say of it.
 std::vector<recording::Finding> findings(const std::string& path);
 
+constexpr std::time_t kLongAgo = 1'000'000'000;  ///< seconds since 1970
 /// A file that was last changed long ago: nobody is waited for who may be writing it.
-void writeOld(const std::string& path, const std::string& content, std::time_t lastChange = 1'000'000'000);
+void writeOld(const std::string& path, const std::string& content, std::time_t lastChange = kLongAgo);
 
 }  // namespace recordings

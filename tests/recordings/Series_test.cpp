@@ -71,7 +71,7 @@ TEST(List, CountsWhatEachFileHoldsAndAllTogether)
 
 TEST(List, SaysWhenARecordingBeganOnlyWhenThatCanBeKnown)
 {
-    constexpr std::time_t kLast = 1'000'000'000;  // before any file of today was made
+    constexpr std::time_t kLast = recordings::kLongAgo;  // before any file of today was made
     const Folder folder;
     Tape tape;
     tape.session(60);

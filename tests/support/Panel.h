@@ -33,7 +33,7 @@ public:
     struct Seen {
         control::Status status;
         Clock::time_point when;
-        size_t number;  ///< of reports before it
+        size_t number = 0;  ///< of reports before it
     };
     using Condition = std::function<bool(const control::Status&)>;
 
