@@ -125,11 +125,14 @@ TEST_P(EncoderFailure, IsNotSaidOrLeavesSomethingBehind)
 
 INSTANTIATE_TEST_SUITE_P(
     mx_vpu, EncoderFailure,
-    testing::Values(Failure{"Init", "vpu_Init@*#1=RETCODE_FAILURE", "VPU Init Failure.\n"},
-                    Failure{"Version", "vpu_GetVersionInfo@*#1=RETCODE_FAILURE", "Cannot get version info\n"},
+    testing::Values(Failure{"Init", "vpu_Init@*#1=RETCODE_FAILURE",
+                            "VPU Init Failure.\nEncoder open failed -13\n"},
+                    Failure{"Version", "vpu_GetVersionInfo@*#1=RETCODE_FAILURE",
+                            "Cannot get version info\nEncoder open failed -13\n"},
                     Failure{"Memory", "IOGetPhyMem@*#1=RETCODE_FAILURE",
-                            "Unable to obtain physical memory\n"},
-                    Failure{"Mapping", "IOGetVirtMem@*#1=RETCODE_FAILURE", "Unable to map physical memory\n"},
+                            "Unable to obtain physical memory\nEncoder open failed -13\n"},
+                    Failure{"Mapping", "IOGetVirtMem@*#1=RETCODE_FAILURE",
+                            "Unable to map physical memory\nEncoder open failed -13\n"},
                     Failure{"Open", "vpu_EncOpen@*#1=EFAULT", "Encoder open failed -18\n"},
                     Failure{"InitialInfo", "vpu_EncGetInitialInfo@*#1=RETCODE_FAILURE",
                             "Encoder GetInitialInfo failed\n"},
