@@ -201,6 +201,34 @@ BOARD_TEST(Shim, APlannedFaultMissesItsCallOrHitsAnother,
     ::mq_close(queue);
 }
 
+BOARD_TEST(Shim, APlannedThreadIsMadeOrAnotherIsNot,
+           (Command{"--fault", "pthread_create@board_tests#2=EAGAIN"}))
+{
+    const auto body = [](void* argument) { return argument; };
+    errno = 0;
+    int argument = 0;
+    for (const int expected : {0, EAGAIN, 0}) {
+        pthread_t thread{};
+        ASSERT_EQ(::pthread_create(&thread, nullptr, body, &argument), expected);
+        void* result = nullptr;
+        EXPECT_EQ(expected != 0 ? 0 : ::pthread_join(thread, &result), 0);
+        EXPECT_EQ(result, expected != 0 ? nullptr : &argument);
+    }
+    EXPECT_EQ(errno, 0) << "it is the call's result that tells";
+}
+
+BOARD_TEST(Shim, APlannedForkMakesAProcessOrTheNextOneDoesNot,
+           (Command{"--fault", "fork@board_tests#1=ENOMEM"}))
+{
+    ASSERT_EQ(::fork(), -1);
+    EXPECT_EQ(errno, ENOMEM);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::_exit(42);
+    }
+    EXPECT_EQ(exitStatusOf(child), 42);
+}
+
 BOARD_TEST(Shim, AWriteThatAlwaysFailsSparesStandardOutput, (Command{"--fault", "write@*#*=EIO"}))
 {
     EXPECT_EQ(::write(STDOUT_FILENO, "\n", 1), 1);

@@ -22,6 +22,8 @@ enum class Call : size_t {
     kTruncate,   ///< by path
     kOpendir,    ///< opendir, scandir
     kExec,       ///< exec..., posix_spawn...
+    kFork,       ///< fork; the target is the program or library that calls it
+    kThread,     ///< pthread_create; the target likewise
     kMqOpen,     ///< mq_open
     kMqUnlink,   ///< mq_unlink
     kMqSend,     ///< mq_send, mq_timedsend
@@ -29,9 +31,10 @@ enum class Call : size_t {
     kNone        ///< cannot be named
 };
 
-constexpr std::array kCallNames{"open",    "close",   "read",    "write",     "mmap",    "fsync",
-                                "stat",    "statvfs", "mkdir",   "unlink",    "rename",  "truncate",
-                                "opendir", "exec",    "mq_open", "mq_unlink", "mq_send", "mq_receive"};
+constexpr std::array kCallNames{"open",           "close",    "read",      "write",   "mmap",
+                                "fsync",          "stat",     "statvfs",   "mkdir",   "unlink",
+                                "rename",         "truncate", "opendir",   "exec",    "fork",
+                                "pthread_create", "mq_open",  "mq_unlink", "mq_send", "mq_receive"};
 static_assert(kCallNames.size() == static_cast<size_t>(Call::kNone), "one name for each");
 
 }  // namespace shim

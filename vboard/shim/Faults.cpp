@@ -1,10 +1,12 @@
 #include "shim/Faults.h"
 
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 
@@ -62,6 +64,19 @@ std::optional<FaultAction> decide(Call call, int fd)
     return standard && name == there ? std::nullopt : decide(call, name.c_str());
 }
 
+/// The function that calls is a wrapper around the call when it has its name: then it calls for the program.
+const char* nameOfCaller(Call call, const void* caller)
+{
+    Dl_info place = {};
+    const bool known = ::dladdr(caller, &place) != 0 && place.dli_fname != nullptr;
+    const char* name = kCallNames[static_cast<size_t>(call)];
+    if (!known || (place.dli_sname != nullptr && std::strstr(place.dli_sname, name) != nullptr)) {
+        return program_invocation_short_name;
+    }
+    const char* slash = std::strrchr(place.dli_fname, '/');
+    return slash == nullptr ? place.dli_fname : slash + 1;
+}
+
 /// True, with `errno`, when the fault lets the call fail as a whole.
 bool fail(const std::optional<FaultAction>& fault)
 {
@@ -95,6 +110,11 @@ bool failsByPlan(Call call, const char* target)
 bool failsByPlan(Call call, int fd)
 {
     return planned(call) && fail(decide(call, fd));
+}
+
+bool failsForCaller(Call call, const void* caller)
+{
+    return planned(call) && fail(decide(call, nameOfCaller(call, caller)));
 }
 
 Transfer planTransfer(Call call, int fd, size_t bytes)

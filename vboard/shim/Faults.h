@@ -24,6 +24,11 @@ bool failsByPlan(Call call, const char* target);
 /// The same for a descriptor: its device's node, its file as the program names it, or its queue.
 bool failsByPlan(Call call, int fd);
 
+/// The same for a call whose target is its caller: the file name of the program or library that `caller`, the
+/// call's return address, lies in. A sanitizer's runtime stands before the board and makes everybody's calls:
+/// those are the program's.
+bool failsForCaller(Call call, const void* caller);
+
 /// A read or write that the plan has looked at.
 struct Transfer {
     bool fails;    ///< `errno` is set

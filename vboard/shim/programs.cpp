@@ -1,7 +1,8 @@
-// Entry points that start programs. Their children are on the board as well: the environment says so. Called
-// between fork and exec too, so nothing here allocates.
+// Entry points that start programs, processes and threads. Their children are on the board as well: the
+// environment says so. Called between fork and exec too, so nothing here allocates.
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <spawn.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstddef>
+#include <utility>
 
 #include "shim/EntryPoints.h"
 #include "shim/MappedPath.h"
@@ -146,6 +148,21 @@ int posix_spawnp(pid_t* process, const char* path, const posix_spawn_file_action
     return spawn(path, [&](const char* there) {
         return NEXT(posix_spawnp)(process, there, actions, attributes, arguments, environment);
     });
+}
+
+pid_t fork() noexcept
+{
+    return shim::failsForCaller(Call::kFork, __builtin_return_address(0)) ? -1 : NEXT(fork)();
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                   void* argument) noexcept
+{
+    const int saved = errno;
+    if (shim::failsForCaller(Call::kThread, __builtin_return_address(0))) {
+        return std::exchange(errno, saved);  // it gives its error back and leaves this one alone
+    }
+    return NEXT(pthread_create)(thread, attributes, body, argument);
 }
 
 }  // extern "C"
