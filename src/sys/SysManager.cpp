@@ -27,6 +27,8 @@ constexpr u_int32_t kLogLimit = 5000000;     // bytes
 constexpr long kRecordingLimit = 599999999;  // bytes
 constexpr unsigned char kRecordingGenerations = 30;
 
+constexpr const char* kNotSaved = "(core): Recording does not reach its medium";
+
 constexpr useconds_t kTickUs = 100000;
 constexpr u_int32_t kSecondTicks = 10;
 constexpr u_int32_t kCheckTicks = 60;
@@ -162,6 +164,9 @@ void SysManager::start()
     AThread::start();
     if (sys.media.cam.canRecord && writeBack_ != nullptr) {
         writeBack_->start();
+        if (!writeBack_->isInit()) {
+            log_item(kNotSaved, logger::LOG_WARNING);
+        }
     }
 }
 
@@ -354,7 +359,7 @@ void SysManager::watchWriteBack()
 {
     const bool fails = writeBack_ != nullptr && writeBack_->failing();  // null before init()
     if (fails && !writeBackFails_) {
-        log_item("(core): Recording does not reach its medium", logger::LOG_WARNING);
+        log_item(kNotSaved, logger::LOG_WARNING);
     }
     writeBackFails_ = fails;
 }

@@ -36,8 +36,8 @@ public:
     /// Reads the settings and builds the parts. A video manager without cameras is no failure.
     bool init();
 
-    /// Starts the endpoint's thread and this one, and the one that saves the recording when there is any.
-    /// After a true init().
+    /// Starts the endpoint's thread and this one, and the one that saves the recording when there is any;
+    /// of the three only a missing last one is spoken of. After a true init().
     void start();
 
     /// Halts the threads, gives them a moment, and cancels what still blocks.

@@ -226,7 +226,9 @@ BOARD_TEST(Shim, APlannedForkMakesAProcessOrTheNextOneDoesNot,
     if (child == 0) {
         ::_exit(42);
     }
-    EXPECT_EQ(exitStatusOf(child), 42);
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(WEXITSTATUS(status), 42);
 }
 
 BOARD_TEST(Shim, AWriteThatAlwaysFailsSparesStandardOutput, (Command{"--fault", "write@*#*=EIO"}))

@@ -153,6 +153,16 @@ TEST_F(Disk, ThatRefusesToRenameTheFullRecordingEndsItOrIsNotAskedAgain)
     EXPECT_EQ(kept.damage, std::vector<std::string>());
 }
 
+TEST_F(Disk, ThatNoThreadBringsTheRecordingToIsNotSpokenOfOrEndsIt)
+{
+    bringUp({"--fault", "pthread_create@velcamd#3=EAGAIN"});
+    EXPECT_TRUE(panel_.said("(core): Recording does not reach its medium")) << panel_.output();
+    EXPECT_TRUE(panel_.awaitRecording(true));
+    EXPECT_EQ(panel_.end(), 0) << panel_.errors();
+    EXPECT_EQ(panel_.report().faultsFired(), 1U);
+    EXPECT_TRUE(support::readRecording(panel_.recording()).wellFormed);
+}
+
 TEST_F(Disk, ThatTakesSecondsForAWriteHoldsTheReportsUpOrEndsTheRecording)
 {
     constexpr support::Duration kSlow{3000};

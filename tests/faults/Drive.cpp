@@ -93,12 +93,18 @@ bool Drive::follow(const control::Packet& packet, const char* said)
     if (!panel_.request(packet)) {
         return false;
     }
-    const auto followed = [&] { return !panel_.running() || panel_.said(said); };
-    if (said != nullptr && !support::waitUntil(followed, kPatience)) {
+    if (said != nullptr && !awaitSaid(said, kPatience)) {
         return false;
     }
     awaitReports(panel_.running() ? kDrained : 0);
     return panel_.running();
+}
+
+/// False when it is not said in time, or the daemon has ended.
+bool Drive::awaitSaid(const char* text, Duration limit)
+{
+    const auto said = [&] { return !panel_.running() || panel_.said(text); };
+    return support::waitUntil(said, limit) && panel_.running();
 }
 
 bool Drive::followAll()
@@ -132,8 +138,9 @@ Result Drive::run(const support::Command& options)
     reports_ = true;
 
     Result result;
-    const auto begun = [&] { return !panel_.running() || panel_.said("(core): Started core thread"); };
-    result.answered = support::waitUntil(begun, kAllowance) && panel_.running() && followAll();
+    // The second comes at once, if that thread comes at all.
+    result.answered = awaitSaid("(core): Starting all threads", kAllowance) &&
+                      awaitSaid("(core): Started core thread", kPatience) && followAll();
     result.finished = panel_.running();
     result.status = panel_.running() ? panel_.end(kAllowance) : panel_.awaitEnd(kAllowance);
     result.output = panel_.output();

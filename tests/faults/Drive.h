@@ -44,6 +44,7 @@ private:
     void clean();
     bool follow(const control::Packet& packet, const char* said);
     bool followAll();
+    bool awaitSaid(const char* text, support::Duration limit);
     void awaitReports(int count);
     void awaitFrames();
 

@@ -9,10 +9,12 @@
 namespace faults {
 namespace {
 
-constexpr std::array kOwnTargets{
-    "/dev/fb?",     "/dev/mxc_ipu",           "/dev/video?", "/proc/mounts",
-    "/velmarine/*", "/tmp/VelCam.log",        "/zent*",      "/usr/share/fonts/Ubuntu-C.ttf",
-    "[*]",          "/usr/bin/gst-launch-1.0"};
+constexpr std::array kOwnTargets{"/dev/fb?",     "/dev/mxc_ipu",
+                                 "/dev/video?",  "/proc/mounts",
+                                 "/velmarine/*", "/tmp/VelCam.log",
+                                 "/zent*",       "/usr/share/fonts/Ubuntu-C.ttf",
+                                 "[*]",          "/usr/bin/gst-launch-1.0",
+                                 "velcamd"};
 
 /// The errors that calls can really have, by the first row whose patterns match; separated by blanks.
 struct Errors {
@@ -48,6 +50,8 @@ constexpr std::array kErrors{
     Errors{"mq_send", "*", "EAGAIN EINTR"},
     Errors{"mq_receive", "*", "EAGAIN EMSGSIZE EINTR"},
     Errors{"exec", "*", "ENOENT ENOMEM"},
+    Errors{"fork", "*", "EAGAIN ENOMEM"},
+    Errors{"pthread_create", "*", "EAGAIN"},
     Errors{"*", "*", "EIO EROFS"},
 };
 

@@ -148,6 +148,9 @@ constexpr std::array kRows{
     Row{"stat", "*/cam.avi", kAny, "*", kGoesOn, "", kMidFileHeader},
     Row{"mq_open", "*", kAny, "*", kRefuses, "IPC Bus did not start![^]*Could not init core"},
     Row{"mq_receive", "*", kAny, "*", kGoesOn, "", kDeaf},
+    Row{"fork", "*", kAny, "*", kGoesOn, "Unable to create process for video playback"},
+    // The threads that take requests and follow them: it records by itself.
+    Row{"pthread_create", "*", kAny, "*", kGoesOn, "", kDeaf},
     // The status files, the log, the bitrate, closing, the player: silently without.
     Row{"*", "*", kAny, "*", kGoesOn, ""},
 };

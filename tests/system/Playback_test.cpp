@@ -10,14 +10,17 @@ using control::MediaState;
 using control::Status;
 using support::Clock;
 using support::Panel;
+using support::operator+;
 
 /// A panel whose media player is the stand-in.
 class Playback : public testing::Test {
 protected:
-    void SetUp() override
+    void SetUp() override { bringUp({}); }
+
+    void bringUp(const support::Command& faults)
     {
         ASSERT_TRUE(panel_.layOutWithPlayer(PLAYER));
-        panel_.start({"--cpu", "dual-lite"});
+        panel_.start(support::Command{"--cpu", "dual-lite"} + faults);
         ASSERT_TRUE(panel_.awaitUp()) << panel_.output() << panel_.errors();
     }
 
@@ -92,6 +95,24 @@ TEST_F(Playback, ReportsAVideoThatEndsByItself)
                !status.isRecording;
     }));
     EXPECT_FALSE(playerIsThere()) << "not collected";
+    EXPECT_EQ(panel_.end(), 0);
+}
+
+class PlaybackWithoutAProcess : public Playback {
+protected:
+    void SetUp() override { bringUp({"--fault", "fork@velcamd#1=EAGAIN"}); }
+};
+
+TEST_F(PlaybackWithoutAProcess, GoesOnAsIfItPlayedOrPlaysNoMore)
+{
+    play("clip1.avi");
+    EXPECT_TRUE(panel_.awaitOutput("(VideoManager): Unable to create process for video playback"));
+    EXPECT_EQ(note("id"), "");
+    ASSERT_TRUE(panel_.enter(MediaState::kIdle));
+    EXPECT_TRUE(awaitStatus([](const Status& status) { return status.isRecording; }));
+    play("short.avi");
+    EXPECT_TRUE(awaitStatus([](const Status& status) { return status.playbackDone; }));
+    EXPECT_NE(note("id"), "");
     EXPECT_EQ(panel_.end(), 0);
 }
 
