@@ -27,6 +27,13 @@ if(VELCAM_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     add_compile_options(-Wno-maybe-uninitialized)
 endif()
 
+# For what nobody waits for: half of such a build's time went into optimising command lines and tests.
+macro(velcam_unoptimised_when_sanitized)
+    if(VELCAM_SANITIZE MATCHES "^(address|thread)$")
+        add_compile_options(-O0)
+    endif()
+endmacro()
+
 # The virtual board is preloaded, and a sanitizer's runtime has to be loaded before it: the launcher must know the file.
 if(velcam_runtime)
     execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${velcam_runtime}
