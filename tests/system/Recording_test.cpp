@@ -23,9 +23,9 @@ protected:
     const Layout& layout() const { return *GetParam(); }
 
     /// Records so many frames of each camera and leaves the recording behind.
-    void record(int frames)
+    void record(int frames, const char* rate = "max")
     {
-        panel_.start({"--cpu", layout().cpu, "--fps", "max", "--frames", std::to_string(frames)});
+        panel_.start({"--cpu", layout().cpu, "--fps", rate, "--frames", std::to_string(frames)});
         ASSERT_EQ(panel_.awaitEnd(), 0) << panel_.output() << panel_.errors();
     }
 
@@ -46,6 +46,19 @@ TEST_P(EachBoard, RecordsEveryFrameOfEveryCameraInItsOwnTile)
     EXPECT_EQ(reading.frames, panel_.report().framesEncoded());
     // The first pass is not encoded, and the interrupt may end the one that it falls into.
     EXPECT_GE(reading.frames, static_cast<uint32_t>(frameCount()) - 3);
+}
+
+TEST_P(EachBoard, DropsAFrameAtThePaceOfRealCameras)
+{
+    if (!support::isLong()) {
+        GTEST_SKIP() << "20 s in real time: set VELCAM_LONG=1";
+    }
+    constexpr int kTwentySeconds = 600;
+    record(kTwentySeconds, "30");
+    EXPECT_EQ(scenes::readUnbroken(panel_.recording(), layout()).fault, "");
+    for (int camera = 1; camera <= static_cast<int>(layout().tiles.size()); ++camera) {
+        EXPECT_EQ(panel_.report().framesDropped(camera), 0U) << "camera " << camera;
+    }
 }
 
 TEST_P(EachBoard, WritesTheClockIntoItsBandAndNothingElseThere)
