@@ -241,7 +241,7 @@ private:
 TEST_F(BadInput, AFloodOfPacketsCostsAFrame)
 {
     constexpr int kStretches = 4;
-    constexpr uint64_t kStretch = 60;  // frames
+    constexpr uint64_t kStretch = 60 / scenes::kSlowness;  // frames
     const int rate = 30 / scenes::kSlowness;
     panel_.start({"--codec-preset", "ultrafast", "--fps", std::to_string(rate)});
     ASSERT_TRUE(panel_.awaitUp()) << panel_.output() << panel_.errors();

@@ -13,7 +13,7 @@ using support::Recording;
 /// Frames of the short and of the long form.
 int frameCount()
 {
-    constexpr int kShort = 150;
+    constexpr int kShort = scenes::kSlowness == 1 ? 150 : 60;
     constexpr int kLong = 1800;
     return support::isLong() ? kLong : kShort;
 }
