@@ -38,9 +38,9 @@ readonly said=build/reliability
 readonly into=docs/reliability.md
 command -v python3 >/dev/null || { echo "${0##*/}: install the package python3" >&2; exit 1; }
 
-# tests PRESET PROGRAM FILTER: the tests of a preset, that many at once as keep the processors busy.
+# tests PRESET PROGRAM FILTER: the tests of a preset, that many at once as keep the processors busy; they wait a lot.
 tests() {
-    local shards=$(($(nproc) + 1)) number pids=() status=0
+    local shards=$((4 * $(nproc))) number pids=() status=0
     local runner=()
     [[ $1 != tsan ]] || runner=(setarch "$(uname -m)" -R) # its memory map does not bear a widely randomised address space
     for ((number = 0; number < shards; ++number)); do
