@@ -72,7 +72,13 @@ mode_t modeOf(const std::string& path)
     return ::stat(path.c_str(), &status) == 0 ? status.st_mode : 0;
 }
 
-bool copyBlocks(int source, int destination, unsigned int* ticks, const SharedWord<bool>* cancel)
+/// A plain word of another thread's, read whole and anew each time.
+bool isSet(const bool* flag)
+{
+    return flag != nullptr && __atomic_load_n(flag, __ATOMIC_RELAXED);
+}
+
+bool copyBlocks(int source, int destination, unsigned int* ticks, const bool* cancel)
 {
     const auto block = std::make_unique<char[]>(kBlockBytes);
     for (int untilSync = kBlocksPerSync;;) {
@@ -80,7 +86,7 @@ bool copyBlocks(int source, int destination, unsigned int* ticks, const SharedWo
         if (length <= 0) {
             return true;
         }
-        if (cancel != nullptr && *cancel) {
+        if (isSet(cancel)) {
             return false;
         }
         if (!writeAll(destination, block.get(), static_cast<size_t>(length))) {
@@ -203,7 +209,7 @@ bool diskfnts::linkFile(std::string target, std::string linkPath)
 }
 
 bool diskfnts::copyFile(std::string source, std::string destination, bool append, unsigned int* ticks,
-                        const SharedWord<bool>* cancel)
+                        const bool* cancel)
 {
     const Descriptor from(source, O_RDONLY);
     if (!from.isOpen()) {

@@ -2,8 +2,6 @@
 
 #include <string>
 
-#include "types/SharedWord.h"
-
 /// File-system operations on path strings. Holds no state.
 ///
 /// Threads: any; operations on one file have to be serialised by the caller.
@@ -42,7 +40,7 @@ public:
     /// block and ends the copy with false. A failed copy leaves what it had written. A read error ends the
     /// copy like the file's end does.
     static bool copyFile(std::string source, std::string destination, bool append, unsigned int* ticks,
-                         const SharedWord<bool>* cancel);
+                         const bool* cancel);
     static bool copyFile(std::string source, std::string destination);  ///< replaces, uncounted
 
     /// Copies and then removes the source; works across file systems. A failed copy leaves the source.

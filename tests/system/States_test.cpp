@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "Scenes.h"
+#include "board/Board.h"
 
 namespace {
 
@@ -147,6 +148,27 @@ TEST_F(States, TakeAnUnknownStateWithoutDoingAnything)
                    true,
                    oneAt(scenes::kCameraX, scenes::kCameraY, 1)});
     EXPECT_EQ(panel_.output().find("Req State"), panel_.output().find("Req State Camera"));
+    endWell();
+}
+
+TEST_F(States, FlipThroughOldPicturesOfACameraThatDoesNotExist)
+{
+    panel_.start({"--cpu", "quad", "--fps", "max"});
+    ASSERT_TRUE(panel_.awaitUp()) << panel_.output() << panel_.errors();
+    const board::Board board(panel_.board());
+    ASSERT_TRUE(board.usable());
+    const uint32_t& flips = board.state().framebuffers[1].pans;
+    const auto framesPass = [&](uint64_t count) {
+        const uint64_t end = board.state().framesEncoded + count;
+        return support::waitUntil([&] { return board.state().framesEncoded >= end; });
+    };
+    ASSERT_TRUE(panel_.enter(MediaState::kCamera, {1}));
+    EXPECT_TRUE(support::waitUntil([&, before = flips] { return flips > before; }));
+    ASSERT_TRUE(panel_.enter(MediaState::kBackup, {9}));
+    EXPECT_TRUE(panel_.awaitReports(3) && framesPass(3));
+    const uint32_t before = flips;
+    EXPECT_TRUE(framesPass(20));
+    EXPECT_EQ(flips, before);
     endWell();
 }
 

@@ -175,7 +175,7 @@ TEST_F(Disk, ACancelledCopyWritesOrSucceeds)
 {
     const std::string from = make("from", "new");
     const std::string to = make("to", "old");
-    const SharedWord<bool> cancel{true};
+    const bool cancel = true;
     unsigned int ticks = 0;
     EXPECT_FALSE(dfn_.copyFile(from, to, true, &ticks, &cancel));
     EXPECT_EQ(content("to"), "old");
