@@ -186,8 +186,10 @@ snapshot() {
 }
 
 start_daemon() {
+    : >"$log" # it is read before the launcher has opened it
     set -m # a process group of its own: an interrupt at the terminal reaches this script, which then ends the daemon
-    "$bin/vboard" run --board "$board" --cpu "$cpu" "${cameras[@]}" ${console:+--console "$console"} \
+    # A script that is some shell's background job ignores interrupts, and would hand that down.
+    env --default-signal=INT "$bin/vboard" run --board "$board" --cpu "$cpu" "${cameras[@]}" ${console:+--console "$console"} \
         --report "$report" -- "$bin/velcamd" \
         >"$log" 2>&1 </dev/null &
     daemon=$!
