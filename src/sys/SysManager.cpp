@@ -231,11 +231,11 @@ void SysManager::controlPass()
     applyPackets();
     proc_ipc->tx(IPCBus::MSG_STATUS);
     followState();
+    watchWriteBack();  // at each tick: a failure may last no longer than from one pass of it to the next
     if (ctr % kSecondTicks == 0) {
         saveBitrate();
         vmgr->videoPlaybackStatus();
         followTimeZone();
-        watchWriteBack();
     }
     ++ctr;
     if (ctr >= kCheckTicks) {

@@ -154,7 +154,7 @@ TEST(Endings, AMediumThatRefusesIsSaidOnceInTheLog)
     ASSERT_TRUE(panel.awaitUp()) << panel.errors();
     const std::string line = "[Warning]: (core): Recording does not reach its medium";
     ASSERT_TRUE(panel.awaitOutput(line));
-    constexpr int kOverTwoSeconds = 25;  // reports; it is looked at in every tenth
+    constexpr int kOverTwoSeconds = 25;  // reports; the medium is tried in every tenth
     ASSERT_TRUE(panel.awaitReports(kOverTwoSeconds));
     EXPECT_EQ(panel.end(), 0);
     const std::string output = panel.output();
