@@ -67,7 +67,7 @@ std::string pagesOf(const mx_vpu_buffer& memory)
 
 std::string pages(unsigned lumaTop, unsigned chromaTop, unsigned lumaBottom, unsigned chromaBottom)
 {
-    std::array<char, 25> text{};
+    std::array<char, 40> text{};
     std::snprintf(text.data(), text.size(), "%05x%05x%05x%05x0000", lumaTop, chromaTop, lumaBottom,
                   chromaBottom);
     return text.data();
