@@ -63,7 +63,7 @@ readonly interrupts='Endings.AnInterrupt*'
 readonly threads='AThread.*'
 
 part_faults() { tests release fault_tests '*'; }
-part_faults-asan() { VELCAM_LONG='' VELCAM_FAULT_SHARE=$(amount 240 8) tests asan fault_tests 'On/EveryCall.*'; }
+part_faults-asan() { VELCAM_LONG='' VELCAM_FAULT_SHARE=$(amount 40 8) tests asan fault_tests 'On/EveryCall.*'; }
 part_kills() { tests release survival_tests '*Kill*'; }
 part_power-cuts() { tests release survival_tests '*PowerCut*'; }
 part_interrupts() { tests release system_tests "$interrupts"; }

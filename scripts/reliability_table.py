@@ -81,7 +81,7 @@ def threads(part):
 
 
 def bad_input(part):
-    return f"{number(part.sum_of(r'^([0-9]+) packets '))} packets in two seconds of video, and every row below", "no frame"
+    return f"{number(part.sum_of(r'^([0-9]+) packets '))} packets in two seconds of video", "no frame"
 
 
 def fuzz(part):
@@ -101,7 +101,7 @@ def soak(part):
 
 ROWS = {
     "faults": ("device calls and system calls failing", faults),
-    "faults-asan": ("the same under ASan and UBSan", faults),
+    "faults-asan": ("a share of the same under ASan and UBSan", faults),
     "kills": ("killed (SIGKILL), then continued by the next run", kills),
     "power-cuts": ("power cut, unsynchronised writes dropped or reordered", power_cuts),
     "interrupts": ("interrupted (SIGINT) at random instants", interrupts),
