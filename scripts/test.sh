@@ -30,10 +30,4 @@ progress=()
 if [[ -t 1 ]]; then
     progress=(--progress)
 fi
-tests() { "${runner[@]}" ctest --preset "$preset" "${progress[@]}" "$@"; }
-
-if ! tests --parallel "$(($(nproc) + 1))" "${@:2}"; then
-    # Beside others on a busy machine a test that meets the real time can come too late. What fails alone too is broken.
-    echo "== alone, what failed beside others"
-    tests --rerun-failed
-fi
+"${runner[@]}" ctest --preset "$preset" --parallel "$(($(nproc) + 1))" "${progress[@]}" "${@:2}"
