@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <random>
@@ -192,15 +191,9 @@ TEST(AThread, AThreadOutlivesAnObjectThatReaps)
     EXPECT_TRUE(*unwound) << "cancelled before, and not waited for";
 }
 
-bool isLong()
-{
-    const char* value = std::getenv("VELCAM_LONG");  // NOLINT(concurrency-mt-unsafe): nobody sets it
-    return value != nullptr && std::string(value) == "1";
-}
-
 TEST(AThread, AnOrderOfHaltStopAndEndHangsOrLeavesTheThread)
 {
-    const int cycles = isLong() ? 20'000 : 1'000;
+    const int cycles = support::isLong() ? 20'000 : 1'000;
     constexpr unsigned kLongest = 150;  // us: bodies are met before, in and after their work
     const Worker::Body bodies[] = {poll, block, work};
     std::minstd_rand random(3);
