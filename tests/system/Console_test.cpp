@@ -34,12 +34,10 @@ std::string line(const std::string& method, const std::string& path)
 /// A panel with the daemon on it, and the port of its console.
 class Console : public testing::Test {
 protected:
-    void SetUp() override { bringUp({"--cpu", "dual-lite", "--fps", "max"}); }
-
-    void bringUp(const Command& options)
+    void SetUp() override
     {
-        panel_.start(options + Command{"--console", "0"}, {support::program("velcamd")},
-                     Panel::Reader::kNone);
+        panel_.start({"--cpu", "dual-lite", "--fps", std::to_string(30 / scenes::kSlowness), "--console", "0"},
+                     {support::program("velcamd")}, Panel::Reader::kNone);
         const std::string words = "console at http://127.0.0.1:";
         ASSERT_TRUE(waitUntil([&] { return panel_.errors().find(words) != std::string::npos; }))
             << panel_.errors();
@@ -338,39 +336,37 @@ private:
     std::deque<Connection> deaf_;
 };
 
-class PacedConsole : public Console {
-protected:
-    void SetUp() override { bringUp({"--cpu", "dual-lite", "--fps", "30"}); }
-
-    /// Frames that were recorded for each one that the first camera had to give, over some time.
-    double shareRecorded(const board::State& state) const
-    {
-        constexpr uint64_t kFrames = 90;
-        const auto given = [&] { return state.cameras[0].delivered + state.cameras[0].dropped; };
-        const uint64_t givenBefore = given();
-        const uint64_t recordedBefore = state.framesEncoded;
-        EXPECT_TRUE(waitUntil([&] { return given() >= givenBefore + kFrames; }));
-        return static_cast<double>(state.framesEncoded - recordedBefore) /
-               static_cast<double>(given() - givenBefore);
-    }
-};
-
-TEST_F(PacedConsole, KeepsItsFrameRateWhateverItsVisitorsDo)
+/// Frames that were recorded for each one that the first camera had to give, over some time.
+double shareRecorded(const board::State& state)
 {
+    constexpr uint64_t kFrames = 90 / scenes::kSlowness;
+    const auto given = [&] { return state.cameras[0].delivered + state.cameras[0].dropped; };
+    const uint64_t givenBefore = given();
+    const uint64_t recordedBefore = state.framesEncoded;
+    EXPECT_TRUE(waitUntil([&] { return given() >= givenBefore + kFrames; }));
+    return static_cast<double>(state.framesEncoded - recordedBefore) /
+           static_cast<double>(given() - givenBefore);
+}
+
+/// A busy machine loses frames too, so stretches with visitors alternate with quiet ones: visitors who cost
+/// some do so in each of the former.
+TEST_F(Console, CostsTheRecordingAFrameForItsVisitors)
+{
+    constexpr int kStretches = 4;
+    constexpr double kNoise = 0.8;
     const board::Board board(panel_.board());
     ASSERT_TRUE(board.usable());
     ASSERT_TRUE(waitUntil([&] { return board.state().framesEncoded > 0; }));
-    const double alone = shareRecorded(board.state());
-    const Crowd crowd(port_);
-    // A machine that has other things to do loses frames now and then; visitors who cost some do it always.
-    constexpr int kTries = 3;
-    constexpr double kNoise = 0.8;
-    double crowded = 0;
-    for (int i = 0; i < kTries && crowded < kNoise * alone; ++i) {
-        crowded = shareRecorded(board.state());
+    for (int stretch = 0; stretch < kStretches; ++stretch) {
+        const double alone = shareRecorded(board.state());
+        const Crowd crowd(port_);
+        const double crowded = shareRecorded(board.state());
+        std::printf("recorded of the camera's frames: %.3f alone, %.3f with visitors\n", alone, crowded);
+        if (crowded >= kNoise * alone) {
+            return;
+        }
     }
-    std::printf("recorded of the camera's frames: %.3f alone, %.3f with visitors\n", alone, crowded);
-    EXPECT_GE(crowded, kNoise * alone);
+    ADD_FAILURE() << "the visitors cost frames";
 }
 
 TEST(ConsoleAddress, OnlyNumericAddressesAndPortsAreTaken)

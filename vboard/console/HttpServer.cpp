@@ -20,6 +20,8 @@ constexpr unsigned kConnections = 32;
 constexpr size_t kHeaderBytes = size_t{32} * 1024;
 constexpr size_t kBodyBytes = size_t{4} * 1024;
 constexpr unsigned kSilenceSeconds = 10;
+/// On a busy machine a console that stands back may itself need long for the next piece of a stream.
+constexpr unsigned kStreamSilenceSeconds = 60;
 constexpr size_t kStreamBlock = size_t{64} * 1024;
 
 constexpr const char* kJson = "application/json";
@@ -158,6 +160,9 @@ MHD_Response* makeRecord(HttpResponse& response)
 
 MHD_Result send(MHD_Connection* connection, HttpResponse response)
 {
+    if (response.stream) {
+        ::MHD_set_connection_option(connection, MHD_CONNECTION_OPTION_TIMEOUT, kStreamSilenceSeconds);
+    }
     MHD_Response* record = makeRecord(response);
     if (record == nullptr) {
         return MHD_NO;
