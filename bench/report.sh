@@ -8,7 +8,7 @@ if [[ ${1:-} == --help ]]; then
     exit 0
 fi
 
-readonly order=(cost writing pipeline pacing growth startup)
+readonly order=(cost writing write_back pipeline pacing growth startup)
 readonly out=${BENCH_OUT:-build/bench}
 {
     cat bench/performance.head.md

@@ -3,7 +3,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-readonly all=(cost writing pipeline pacing growth startup)
+readonly all=(cost writing write_back pipeline pacing growth startup)
 
 usage() {
     cat <<END

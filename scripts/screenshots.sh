@@ -16,4 +16,4 @@ fi
 scripts/install-deps.sh --browser
 scripts/build.sh release velcamd vboard
 mkdir -p "${1:-docs/images}"
-/usr/bin/python3 tests/browser/screenshots.py --bin build/release/bin "${1:-docs/images}"
+PYTHONPATH=tests/browser /usr/bin/python3 scripts/screenshots.py --bin build/release/bin "${1:-docs/images}"

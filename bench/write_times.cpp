@@ -1,5 +1,5 @@
 // Records as the daemon does, faster than it does, with or without the write-back beside it, and says how
-// long the writer was kept: for scripts/measure-write-back.sh.
+// long the writer was kept: for write_back.py.
 
 #include <algorithm>
 #include <chrono>
@@ -98,7 +98,7 @@ void print(Measured measured, bool withWriteBack)
 int main(int count, char** arguments)
 {
     if (count != 5) {
-        std::fputs("usage: write_times FOLDER/ MEGABYTES FRAMES-PER-SECOND with|without\n", stderr);
+        std::fputs("usage: bench_write_times FOLDER/ MEGABYTES FRAMES-PER-SECOND with|without\n", stderr);
         return kBadUsage;
     }
     const std::string folder = arguments[1];
@@ -111,7 +111,7 @@ int main(int count, char** arguments)
     Measured measured = record(folder + "cam.avi", frames, std::strtod(arguments[3], nullptr));
     WriteBack::retire(std::move(writeBack));
     if (measured.microseconds.empty()) {
-        std::fprintf(stderr, "write_times: cannot write in %s\n", folder.c_str());
+        std::fprintf(stderr, "bench_write_times: cannot write in %s\n", folder.c_str());
         return EXIT_FAILURE;
     }
     print(std::move(measured), withWriteBack);
