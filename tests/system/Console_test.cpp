@@ -36,8 +36,9 @@ class Console : public testing::Test {
 protected:
     void SetUp() override
     {
-        panel_.start({"--cpu", "dual-lite", "--fps", std::to_string(30 / scenes::kSlowness), "--console", "0"},
-                     {support::program("velcamd")}, Panel::Reader::kNone);
+        panel_.start(
+            {"--cpu", "dual-lite", "--fps", std::to_string(30 / scenes::kSlowness), "--console", "0"},
+            {support::program("velcamd")}, Panel::Reader::kNone);
         const std::string words = "console at http://127.0.0.1:";
         ASSERT_TRUE(waitUntil([&] { return panel_.errors().find(words) != std::string::npos; }))
             << panel_.errors();
