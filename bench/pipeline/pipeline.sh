@@ -138,7 +138,8 @@ run_velcam() {
     board_process=$!
     set +m
     for ((i = 0; i < 200; i++)); do
-        if "$bin/vboard" attach --board "$scratch/board" -- "$bin/velcamctl" state camera 1 &>/dev/null; then
+        # Camera 1 is shown alone; a board that captures two is to record camera 2 beside it.
+        if "$bin/vboard" attach --board "$scratch/board" -- "$bin/velcamctl" state camera 1 0 0 2 &>/dev/null; then
             break
         fi
         sleep 0.01
@@ -154,9 +155,18 @@ run_velcam() {
     return "$status"
 }
 
-# The display has to be on: nearly all the copies that recording and display take for so many frames were made.
+# The display has to be on: nearly all the copies that recording and display take for so many frames were made. And every
+# camera has to be recorded, not a blank input in its place.
 check_velcam() {
-    local copies wanted=$((($1 + 1) * $2))
+    local camera delivered copies wanted=$((($1 + 1) * $2))
+    for ((camera = 0; camera < $1; camera++)); do
+        delivered=$("$python" -c 'import json, sys; print(json.load(open(sys.argv[1]))["cameras"][int(sys.argv[2])]["delivered"])' \
+            "$scratch/report.json" "$camera")
+        if ((delivered * 100 < $2 * 95)); then
+            echo "${0##*/}: velcam took $delivered frames of $2 from camera $((camera + 1))" >&2
+            return 1
+        fi
+    done
     copies=$(grep -o '"IPU_QUEUE_TASK": *[0-9]*' "$scratch/report.json" | grep -o '[0-9]*$')
     if ((copies * 100 < wanted * 95)); then
         echo "${0##*/}: velcam made $copies copies of $wanted: the display was not on" >&2
