@@ -81,7 +81,8 @@ def threads(part):
 
 
 def bad_input(part):
-    return f"{number(part.sum_of(r'^([0-9]+) packets '))} packets in two seconds of video", "no frame"
+    packets = part.sum_of(r"^([0-9]+) packets ")
+    return (f"{number(packets)} packets in two seconds of video", "no frame") if packets else ("no flood was tried", "")
 
 
 def fuzz(part):
